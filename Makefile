@@ -1,0 +1,34 @@
+# Two commands for a fresh Debian 12 machine:
+#   make demo   runs the main job on a built-in demo
+#   make test   builds with sanitizers and runs every test
+# Both install what is missing first (scripts/setup.sh).
+
+BUILD_DIR ?= build
+TEST_BUILD_DIR ?= build-test
+JOBS ?= $(shell nproc)
+CTEST_JOBS ?= 2
+
+.PHONY: all setup build demo test clean format
+
+all: build
+
+setup:
+	@scripts/setup.sh
+
+build: setup
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+demo: build
+	@scripts/demo.sh $(BUILD_DIR)
+
+test: setup
+	cmake -S . -B $(TEST_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTARNWELL_SANITIZE=ON -DTARNWELL_WERROR=ON >/dev/null
+	cmake --build $(TEST_BUILD_DIR) -j $(JOBS)
+	ctest --test-dir $(TEST_BUILD_DIR) --output-on-failure -j $(CTEST_JOBS)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR)
