@@ -1,0 +1,107 @@
+#include "TestEnvironment.h"
+#include "keychain/FDKeychain.h"
+#include "keychain/KeychainJobRunner.h"
+#include "keychain/TWPasswords.h"
+
+#include <QCborValue>
+#include <QTest>
+
+#include <stdexcept>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+// Runs against a real, unlocked gnome-keyring on the test's private bus.
+class TestKeychain : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { test::TestEnvironment::isolate(); }
+
+    void passwordRoundTripAndDeletion() {
+        TWPasswords::setPassword(u"s3cret:with colon"_s, u"site-1"_s);
+        QCOMPARE(TWPasswords::getPasswordForSite(u"site-1"_s), u"s3cret:with colon"_s);
+        // A second save updates the item instead of failing as a duplicate.
+        TWPasswords::setPassword(u"changed"_s, u"site-1"_s);
+        QCOMPARE(TWPasswords::getPasswordForSite(u"site-1"_s), u"changed"_s);
+        // Passwords of other sites are other items.
+        QVERIFY(!TWPasswords::getPasswordForSite(u"site-2"_s));
+
+        TWPasswords::setPassword(std::nullopt, u"site-1"_s);
+        test::SystemLogCapture log;
+        QVERIFY(!TWPasswords::getPasswordForSite(u"site-1"_s));
+        QVERIFY(log.lines().contains(
+            u"Got an error reading password: Item with key 'password-site-1' for service "
+            u"'Tarnwell' could not be found in the keychain."_s));
+    }
+
+    void passphrases() {
+        test::SystemLogCapture log;
+        QVERIFY(!TWPasswords::getPassphraseForSite(u"never"_s));
+        QVERIFY(log.lines().isEmpty());
+
+        TWPasswords::setPassphrase(u"phrase"_s, u"site-3"_s);
+        QCOMPARE(TWPasswords::getPassphraseForSite(u"site-3"_s), u"phrase"_s);
+        QVERIFY(!TWPasswords::getPasswordForSite(u"site-3"_s));
+        // An empty pass phrase is kept as none at all.
+        TWPasswords::setPassphrase(QString(), u"site-3"_s);
+        QVERIFY(!TWPasswords::getPassphraseForSite(u"site-3"_s));
+        std::optional<Error> error;
+        QVERIFY(!FDKeychain::rawDataForKey(u"passphrase-site-3"_s, u"Tarnwell"_s, &error));
+        QCOMPARE(error->code, FDKeychain::errSecItemNotFound);
+    }
+
+    void wrapperResults() {
+        std::optional<Error> error;
+        QVERIFY(!FDKeychain::deleteItemForKey(u"missing"_s, u"svc"_s, &error));
+        QCOMPARE(error->code, FDKeychain::errSecItemNotFound);
+        QCOMPARE(error->domain, FDKeychain::errorDomain());
+        QCOMPARE(error->localizedDescription, u"Could not delete item with key 'missing' for service 'svc' "
+                                              u"from the keychain because it does not "
+                                              u"exist."_s);
+
+        // Items are stored as archived texts, and read back through the same encoding.
+        QVERIFY(FDKeychain::saveItem(u"value"_s, u"k"_s, u"svc"_s));
+        QCOMPARE(FDKeychain::rawDataForKey(u"k"_s, u"svc"_s), QCborValue(u"value"_s).toCbor());
+        // Access groups keep items apart.
+        QVERIFY(FDKeychain::saveItem(u"other"_s, u"k"_s, u"svc"_s, u"group"_s,
+                                     FDKeychain::Accessibility::AfterFirstUnlock));
+        QCOMPARE(FDKeychain::itemForKey(u"k"_s, u"svc"_s), u"value"_s);
+        QCOMPARE(FDKeychain::itemForKey(u"k"_s, u"svc"_s, u"group"_s), u"other"_s);
+        QVERIFY(FDKeychain::deleteItemForKey(u"k"_s, u"svc"_s));
+        QVERIFY(!FDKeychain::itemForKey(u"k"_s, u"svc"_s));
+
+        // Data that is not an archived text is a decoding error (code 21).
+        QCOMPARE(KeychainJobRunner::write(u"svc"_s, u"raw"_s, "\xff\x00garbage").outcome,
+                 KeychainJobRunner::Outcome::Success);
+        error.reset();
+        QVERIFY(!FDKeychain::itemForKey(u"raw"_s, u"svc"_s, &error));
+        QCOMPARE(error->code, FDKeychain::decodingFailed);
+    }
+
+    void emptyArgumentsAreProgrammingErrors() {
+        auto message = [](auto call) -> QString {
+            try {
+                call();
+            } catch (const std::invalid_argument& e) {
+                return QString::fromUtf8(e.what());
+            }
+            return QString();
+        };
+        QVERIFY(message([] {
+                    FDKeychain::saveItem(u"x"_s, QString(), u"svc"_s);
+                }).endsWith(u" key argument cannot be empty"_s));
+        QVERIFY(message([] {
+                    FDKeychain::saveItem(std::nullopt, u"k"_s, QString());
+                }).endsWith(u" service argument cannot be empty"_s));
+        QVERIFY(message([] {
+                    FDKeychain::itemForKey(QString(), u"svc"_s);
+                }).endsWith(u" key argument cannot be empty"_s));
+        QVERIFY(message([] {
+                    FDKeychain::deleteItemForKey(u"k"_s, QString());
+                }).endsWith(u" service argument cannot be empty"_s));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestKeychain)
+#include "tst_keychain.moc"
