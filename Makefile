@@ -5,6 +5,7 @@
 
 BUILD_DIR ?= build
 TEST_BUILD_DIR ?= build-test
+FUZZ_BUILD_DIR ?= build-fuzz
 JOBS ?= $(shell nproc)
 CTEST_JOBS ?= 2
 
@@ -26,9 +27,12 @@ test: setup
 	cmake -S . -B $(TEST_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTARNWELL_SANITIZE=ON -DTARNWELL_WERROR=ON >/dev/null
 	cmake --build $(TEST_BUILD_DIR) -j $(JOBS)
 	ctest --test-dir $(TEST_BUILD_DIR) --output-on-failure -j $(CTEST_JOBS)
+	cmake -S . -B $(FUZZ_BUILD_DIR) -DTARNWELL_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS)
+	ctest --test-dir $(FUZZ_BUILD_DIR) --output-on-failure
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(TEST_BUILD_DIR) $(FUZZ_BUILD_DIR)
