@@ -1,0 +1,253 @@
+#include "ServerProcess.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QThread>
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace tw::test {
+
+namespace {
+
+// One line of /proc/<pid>/stat, as far as stopping a process tree needs it.
+// The start time tells a process from a later one that got the same id.
+struct ProcessEntry {
+    pid_t pid = 0;
+    pid_t parent = 0;
+    char state = '?';
+    qulonglong startTime = 0;
+};
+
+std::optional<ProcessEntry> readProcess(pid_t pid) {
+    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray stat = file.readAll();
+    // The command name in parentheses may hold blanks and parentheses itself.
+    const qsizetype nameEnd = stat.lastIndexOf(')');
+    if (nameEnd < 0)
+        return std::nullopt;
+    const QList<QByteArray> fields = stat.mid(nameEnd + 2).split(' ');
+    // fields[0] is field 3 of proc(5) (state), fields[1] field 4 (parent),
+    // fields[19] field 22 (start time).
+    if (fields.size() < 20)
+        return std::nullopt;
+    ProcessEntry entry;
+    entry.pid = pid;
+    entry.state = fields.at(0).isEmpty() ? '?' : fields.at(0).at(0);
+    entry.parent = static_cast<pid_t>(fields.at(1).toInt());
+    entry.startTime = fields.at(19).toULongLong();
+    return entry;
+}
+
+std::vector<ProcessEntry> descendantsOf(pid_t root) {
+    std::vector<ProcessEntry> all;
+    const QStringList names = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& name : names) {
+        bool isNumber = false;
+        const int pid = name.toInt(&isNumber);
+        if (!isNumber)
+            continue;
+        if (const auto entry = readProcess(static_cast<pid_t>(pid)))
+            all.push_back(*entry);
+    }
+    std::vector<ProcessEntry> found;
+    std::vector<pid_t> parents{root};
+    while (!parents.empty()) {
+        const pid_t parent = parents.back();
+        parents.pop_back();
+        for (const ProcessEntry& entry : all) {
+            if (entry.parent == parent) {
+                found.push_back(entry);
+                parents.push_back(entry.pid);
+            }
+        }
+    }
+    return found;
+}
+
+bool isAlive(const ProcessEntry& process) {
+    const auto now = readProcess(process.pid);
+    return now && now->startTime == process.startTime && now->state != 'Z' && now->state != 'X';
+}
+
+sockaddr_in loopback(quint16 port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+QString logTail(const QString& logPath) {
+    QFile file(logPath);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    const qint64 size = file.size();
+    if (size > 2000)
+        file.seek(size - 2000);
+    return QString::fromUtf8(file.readAll()).trimmed();
+}
+
+} // namespace
+
+ServerProcess::~ServerProcess() {
+    stop();
+}
+
+bool ServerProcess::start(const QString& program, const std::function<QStringList(quint16)>& arguments,
+                          const QString& logPath) {
+    stop();
+    m_error.clear();
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const quint16 port = freePort();
+        if (port == 0) {
+            m_error = QStringLiteral("the kernel gave no free port of 127.0.0.1");
+            return false;
+        }
+        auto process = std::make_unique<QProcess>();
+        process->setProgram(program);
+        process->setArguments(arguments(port));
+        process->setProcessChannelMode(QProcess::MergedChannels);
+        process->setStandardInputFile(QProcess::nullDevice());
+        process->setStandardOutputFile(logPath, QIODevice::Append);
+        // The server must not outlive a test that crashes.
+        process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+        process->start();
+        if (!process->waitForStarted(10000)) {
+            m_error = QStringLiteral("cannot start %1: %2").arg(program, process->errorString());
+            return false;
+        }
+        const QDeadlineTimer deadline(15000);
+        bool listening = false;
+        while (!deadline.hasExpired()) {
+            if (acceptsConnections(port)) {
+                listening = true;
+                break;
+            }
+            if (process->waitForFinished(5))
+                break;
+        }
+        if (listening) {
+            m_process = std::move(process);
+            m_port = port;
+            return true;
+        }
+        if (process->state() != QProcess::NotRunning) {
+            process->kill();
+            process->waitForFinished(5000);
+            m_error = QStringLiteral("%1 did not open port %2 within 15 s. Its log:\n%3")
+                          .arg(program)
+                          .arg(port)
+                          .arg(logTail(logPath));
+            return false;
+        }
+        // It ended at once, most likely because someone took the port in the
+        // meantime: try another one.
+        m_error = QStringLiteral("%1 ended at start (exit status %2). Its log:\n%3")
+                      .arg(program)
+                      .arg(process->exitCode())
+                      .arg(logTail(logPath));
+    }
+    return false;
+}
+
+void ServerProcess::stop() {
+    if (!m_process)
+        return;
+    if (m_process->state() != QProcess::NotRunning) {
+        const auto pid = static_cast<pid_t>(m_process->processId());
+        // Connection handlers may have left the server's process group
+        // (sshd's do): find them by their parents.
+        const std::vector<ProcessEntry> children = descendantsOf(pid);
+        ::kill(pid, SIGTERM);
+        for (const ProcessEntry& child : children) {
+            if (isAlive(child))
+                ::kill(child.pid, SIGTERM);
+        }
+        if (!m_process->waitForFinished(5000)) {
+            m_process->kill();
+            m_process->waitForFinished(5000);
+        }
+        const QDeadlineTimer deadline(2000);
+        for (const ProcessEntry& child : children) {
+            while (isAlive(child) && !deadline.hasExpired())
+                QThread::msleep(2);
+            if (isAlive(child))
+                ::kill(child.pid, SIGKILL);
+        }
+    }
+    m_process.reset();
+    m_port = 0;
+}
+
+bool ServerProcess::isRunning() const {
+    return m_process && m_process->state() != QProcess::NotRunning;
+}
+
+quint16 ServerProcess::freePort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return 0;
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    quint16 port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    ::close(fd);
+    return port;
+}
+
+bool ServerProcess::isPortFree(quint16 port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    const int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    const sockaddr_in address = loopback(port);
+    const bool free = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return free;
+}
+
+bool ServerProcess::acceptsConnections(quint16 port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    const sockaddr_in address = loopback(port);
+    const bool connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return connected;
+}
+
+std::optional<QByteArray> ServerProcess::runTool(const QString& program, const QStringList& arguments,
+                                                 QString* error) {
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, arguments);
+    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
+        if (error) {
+            *error = QStringLiteral("%1 %2 failed: %3 %4")
+                         .arg(program, arguments.join(QLatin1Char(' ')), process.errorString(),
+                              QString::fromUtf8(process.readAllStandardError()).trimmed());
+        }
+        return std::nullopt;
+    }
+    return process.readAllStandardOutput();
+}
+
+bool ServerProcess::isRoot() {
+    return ::geteuid() == 0;
+}
+
+} // namespace tw::test

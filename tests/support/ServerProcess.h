@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace tw::test {
+
+// One server program run as a child of the test, in the foreground, on a
+// free loopback port. Used by FtpServer and SshServer; usable on its own for
+// other servers that take their port on the command line or in a file.
+//
+// The child gets SIGTERM when the test process dies, so a crashed test leaves
+// no server behind. stop() (and the destructor) terminates the server and
+// every process it started (found through /proc) and reaps the server.
+class ServerProcess {
+public:
+    ServerProcess() = default;
+    ~ServerProcess();
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    // Starts program on a free port of 127.0.0.1. arguments is called with
+    // the port and answers the command line (it may write configuration
+    // files too). Waits until the port accepts connections (a connect loop,
+    // no fixed sleep); when the server exits instead (its port was taken in
+    // the meantime), tries again with another port. The server's standard
+    // output and error go to logPath. Answers false with errorString() set.
+    bool start(const QString& program, const std::function<QStringList(quint16 port)>& arguments,
+               const QString& logPath);
+    void stop();
+
+    bool isRunning() const;
+    quint16 port() const { return m_port; }
+    QString errorString() const { return m_error; }
+
+    // A port of 127.0.0.1 that nothing listens on right now (the kernel's
+    // choice). 0 when the kernel gives none.
+    static quint16 freePort();
+    // Whether a listening socket could be bound to port of 127.0.0.1 now.
+    static bool isPortFree(quint16 port);
+    // Whether something accepts connections on port of 127.0.0.1.
+    static bool acceptsConnections(quint16 port);
+    // Runs a helper program (key generation and the like) to its end.
+    // Answers its standard output, or nothing with error set when it fails.
+    static std::optional<QByteArray> runTool(const QString& program, const QStringList& arguments,
+                                             QString* error);
+    static bool isRoot();
+
+private:
+    std::unique_ptr<QProcess> m_process;
+    quint16 m_port = 0;
+    QString m_error;
+};
+
+} // namespace tw::test
+
+// Skips the test function when the server cannot run on this machine (not
+// root) and fails it when the server should run but did not start.
+#define TW_REQUIRE_SERVER(server)                                                                            \
+    do {                                                                                                     \
+        if ((server).skipReason())                                                                           \
+            QSKIP(qPrintable(*(server).skipReason()));                                                       \
+        QVERIFY2((server).isRunning(), qPrintable((server).errorString()));                                  \
+    } while (false)
