@@ -1,0 +1,238 @@
+#include "ScriptRunner.h"
+
+#include "app/Logger.h"
+#include "app/Preferences.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+#include <QSaveFile>
+#include <QUrl>
+#include <QUuid>
+
+#include <sys/stat.h>
+
+namespace tw {
+
+namespace {
+
+// The system's temporary folder. When TMPDIR names a folder that does not
+// exist, Qt answers an empty path, which would put the script into the root
+// folder; the folder named is kept instead, so that writing fails there.
+QString temporaryFolder() {
+    const QString folder = QDir::tempPath();
+    if (!folder.isEmpty())
+        return folder;
+    return QDir::cleanPath(qEnvironmentVariable("TMPDIR", QStringLiteral("/tmp")));
+}
+
+} // namespace
+
+ScriptRunner::ScriptRunner(QObject* parent)
+    : QObject(parent) {}
+
+ScriptRunner::~ScriptRunner() {
+    if (m_process) {
+        m_process->disconnect(this);
+        // Kills the child and waits for it.
+        delete m_process;
+        m_process = nullptr;
+    }
+    cleanUpScriptFile();
+    stopAccessingFolder();
+}
+
+void ScriptRunner::setBasePath(const QString& path) {
+    m_basePath = QStringLiteral("cd ") + path + QLatin1Char('\n');
+}
+
+bool ScriptRunner::fail(ScriptRunnerError code, const QString& text, std::optional<Error>* error) {
+    m_completion = nullptr;
+    if (error)
+        *error = Error::application(static_cast<qint64>(code), text);
+    return false;
+}
+
+bool ScriptRunner::run(const QString& script, std::optional<Error>* error, Completion completion) {
+    if (isRunning())
+        return fail(ScriptRunnerError::CannotExecute, QStringLiteral("A script is already running"), error);
+    m_output.clear();
+    m_completion = std::move(completion);
+
+    if (script.isEmpty()) {
+        // A site without a local script passes the stage.
+        finishRun(std::nullopt, QStringLiteral("No local script given to execute"));
+        return true;
+    }
+
+    m_folderAccess.emplace();
+    m_folderAccess->useLocalScriptBookmark();
+    m_folderAccess->startAccessing();
+
+    const QString content = m_sheBang + m_basePath + script;
+    const QString file =
+        temporaryFolder() + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    const QString fileUrl = QUrl::fromLocalFile(file).toString();
+
+    QSaveFile scriptFile(file);
+    const QByteArray bytes = content.toUtf8();
+    if (!scriptFile.open(QIODevice::WriteOnly) || scriptFile.write(bytes) != bytes.size() ||
+        !scriptFile.commit()) {
+        const QString text = QStringLiteral("Cannot write to tmp file ") + fileUrl;
+        Logger::sharedInstance().log(text);
+        stopAccessingFolder();
+        return fail(ScriptRunnerError::CannotWrite, text, error);
+    }
+    m_scriptFile = file;
+
+    // Read, write and execute for everybody.
+    if (::chmod(QFile::encodeName(file).constData(), 0777) != 0) {
+        const QString text = QStringLiteral("Cannot execute tmp file ") + fileUrl;
+        Logger::sharedInstance().log(text);
+        stopAccessingFolder();
+        cleanUpScriptFile();
+        return fail(ScriptRunnerError::CannotExecute, text, error);
+    }
+
+    launch(file, QStringList());
+    return true;
+}
+
+QStringList ScriptRunner::remoteArguments(const QString& connectionString, const QString& script) {
+    QStringList arguments = connectionString.split(QLatin1Char(' '));
+    QString commandLine = script.trimmed();
+    commandLine.replace(QLatin1Char('\n'), QLatin1Char(';'));
+    arguments.append(commandLine);
+    return arguments;
+}
+
+bool ScriptRunner::runExternal(const QString& connectionString, const QString& script,
+                               std::optional<Error>* error, Completion completion) {
+    if (isRunning())
+        return fail(ScriptRunnerError::CannotExecute, QStringLiteral("A script is already running"), error);
+    m_completion = std::move(completion);
+
+    if (connectionString.isEmpty()) {
+        finishRun(std::nullopt, QStringLiteral("No remote host to execute script on given"));
+        return true;
+    }
+    if (script.isEmpty()) {
+        finishRun(std::nullopt, QStringLiteral("No remote script given to execute"));
+        return true;
+    }
+    const QFileInfo client(m_SSHLaunchPath);
+    if (!client.isFile() || !client.isExecutable()) {
+        const QString text = QStringLiteral("Cannot execute script for remote due to permission problems");
+        Logger::sharedInstance().log(text);
+        return fail(ScriptRunnerError::CannotExecute, text, error);
+    }
+
+    m_output.clear();
+    launch(m_SSHLaunchPath, remoteArguments(connectionString, script));
+    return true;
+}
+
+void ScriptRunner::launch(const QString& program, const QStringList& arguments) {
+    m_isTerminated = false;
+    m_hasError = false;
+    m_standardOutputDecoder.resetState();
+    m_standardErrorDecoder.resetState();
+
+    // Nothing of the application's own environment reaches the script.
+    QProcessEnvironment environment;
+    environment.insert(
+        QStringLiteral("PATH"),
+        Preferences::instance().stringValue(QStringLiteral("environmentPaths")).value_or(m_defaultPaths));
+
+    auto* process = new QProcess(this);
+    m_process = process;
+    process->setProcessEnvironment(environment);
+    process->setProcessChannelMode(QProcess::SeparateChannels);
+    // A script that reads its input ends instead of waiting for a person.
+    process->setStandardInputFile(QProcess::nullDevice());
+
+    connect(process, &QProcess::readyReadStandardOutput, this,
+            [this] { appendOutput(QProcess::StandardOutput); });
+    connect(process, &QProcess::readyReadStandardError, this,
+            [this] { appendOutput(QProcess::StandardError); });
+    connect(process, &QProcess::finished, this, [this, process](int exitCode, QProcess::ExitStatus status) {
+        if (process != m_process)
+            return;
+        // The completion comes after the child has ended and after the last
+        // of its output has been read: QProcess reads what is left in both
+        // pipes before it reports the end, and whatever it holds unread is
+        // taken here.
+        appendOutput(QProcess::StandardOutput);
+        appendOutput(QProcess::StandardError);
+        m_hasError = status != QProcess::NormalExit || exitCode != 0;
+        std::optional<Error> error;
+        if (status != QProcess::NormalExit) {
+            error =
+                Error::application(static_cast<qint64>(ScriptRunnerError::ScriptFailed),
+                                   QStringLiteral("The script failed: it was stopped before it ended (%1).")
+                                       .arg(process->errorString()));
+        } else if (exitCode != 0) {
+            error =
+                Error::application(static_cast<qint64>(ScriptRunnerError::ScriptFailed),
+                                   QStringLiteral("The script failed with exit status %1.").arg(exitCode));
+        }
+        finishRun(error, m_output);
+    });
+    connect(process, &QProcess::errorOccurred, this, [this, process](QProcess::ProcessError processError) {
+        // Every other error is followed by finished().
+        if (process != m_process || processError != QProcess::FailedToStart)
+            return;
+        m_hasError = true;
+        finishRun(Error::application(
+                      static_cast<qint64>(ScriptRunnerError::ScriptFailed),
+                      QStringLiteral("The script could not be started: %1").arg(process->errorString())),
+                  m_output);
+    });
+
+    process->start(program, arguments);
+}
+
+void ScriptRunner::appendOutput(QProcess::ProcessChannel channel) {
+    if (!m_process)
+        return;
+    if (channel == QProcess::StandardOutput)
+        m_output += QString(m_standardOutputDecoder.decode(m_process->readAllStandardOutput()));
+    else
+        m_output += QString(m_standardErrorDecoder.decode(m_process->readAllStandardError()));
+}
+
+void ScriptRunner::finishRun(const std::optional<Error>& error, const QString& result) {
+    if (m_process) {
+        m_isTerminated = true;
+        m_process->disconnect(this);
+        m_process->deleteLater();
+        m_process = nullptr;
+    }
+    stopAccessingFolder();
+    cleanUpScriptFile();
+    // Called once: the completion is taken out before it runs, so a
+    // completion that starts the next run on this runner is fine.
+    Completion completion = std::move(m_completion);
+    m_completion = nullptr;
+    if (completion)
+        completion(result, error);
+}
+
+void ScriptRunner::cleanUpScriptFile() {
+    // The script file is removed once its run is over: it holds the site's
+    // script and would otherwise pile up in the temporary folder, one per run.
+    if (!m_scriptFile.isEmpty()) {
+        QFile::remove(m_scriptFile);
+        m_scriptFile.clear();
+    }
+}
+
+void ScriptRunner::stopAccessingFolder() {
+    if (m_folderAccess) {
+        m_folderAccess->stopAccessing();
+        m_folderAccess.reset();
+    }
+}
+
+} // namespace tw
