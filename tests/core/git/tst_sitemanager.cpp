@@ -1,0 +1,381 @@
+#include "GitRepository.h"
+#include "TestEnvironment.h"
+#include "app/Preferences.h"
+#include "git/SiteManager.h"
+#include "model/SecurityBookmarkManager.h"
+#include "model/Sites.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct RecordingDelegate : SiteManagerDelegate {
+    QList<Error> errors;
+    int staleCount = 0;
+    void siteManagerDidFailWithError(const Error& error) override { errors.append(error); }
+    void fileBookmarkIsStale() override { ++staleCount; }
+};
+
+SitePtr siteAt(const std::optional<QString>& folder) {
+    SitePtr site = Site::newSite();
+    site->localPath = folder;
+    return site;
+}
+
+void ignore(const SitePtr& site, const QStringList& paths) {
+    site->ignoredFiles = std::make_shared<FileList>();
+    for (const QString& path : paths)
+        site->ignoredFiles->append(File::initWithPath(path));
+}
+
+// "letter path" of every file, to compare lists at a glance.
+QStringList summary(const FileList& files) {
+    QStringList out;
+    for (const FilePtr& file : files)
+        out.append(file->gitStatus.value_or(u"?"_s) + u' ' + file->pathWithFilename.value_or(u"?"_s));
+    return out;
+}
+
+QStringList summary(const std::optional<FileList>& files) {
+    return files ? summary(*files) : QStringList{u"<nothing>"_s};
+}
+
+} // namespace
+
+class TestSiteManager : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { test::TestEnvironment::isolate(); }
+    void init() { test::TestEnvironment::resetPreferences(); }
+
+    void changeLinesBecomeFiles() {
+        SiteManager manager(siteAt(u"/nowhere"_s));
+        const FileList files = manager.createFileObjects({
+            u"M\tindex.html"_s,
+            u"D\told/page.html"_s,
+            u""_s,
+            u"css/site.css"_s,
+            u"M\tlib/lib"_s,
+            u"T\ta/data/data.txt\textra"_s,
+            uR"(M	"caf\303\251/menu.html")"_s,
+        });
+        QCOMPARE(summary(files),
+                 (QStringList{u"M index.html"_s, u"D old/page.html"_s, u"A css/site.css"_s, u"M lib/lib"_s,
+                              u"T a/data/data.txt"_s, uR"(M "caf\303\251/menu.html")"_s}));
+        QStringList names, folders;
+        for (const FilePtr& file : files) {
+            QVERIFY(file->willUpload);
+            QVERIFY(!file->status);
+            names.append(*file->name);
+            folders.append(*file->pathOnly);
+        }
+        QCOMPARE(names, (QStringList{u"index.html"_s, u"page.html"_s, u"site.css"_s, u"lib"_s, u"data.txt"_s,
+                                     uR"(menu.html")"_s}));
+        // The name is cut out wherever it occurs, even inside a folder name.
+        QCOMPARE(folders,
+                 (QStringList{u""_s, u"old/"_s, u"css/"_s, u"/"_s, u"a/data/"_s, uR"("caf\303\251/)"_s}));
+        QVERIFY(manager.createFileObjects({}).isEmpty());
+    }
+
+    void ignoredEntriesArePrefixes() {
+        SitePtr site = siteAt(u"/nowhere"_s);
+        SiteManager manager(site);
+        ignore(site, {u"css/"_s, u"drafts"_s});
+        const QStringList lines{u"M\tcss/site.css"_s, u"M\tcssx/a.css"_s, u"D\tcss/old.css"_s,
+                                u"A\tdrafts2/x.html"_s, u"index.html"_s};
+        QCOMPARE(summary(manager.createFileObjects(lines)),
+                 (QStringList{u"M cssx/a.css"_s, u"A index.html"_s}));
+        QVERIFY(manager.isIgnoredFile(u"drafts/post.md"_s));
+        QVERIFY(!manager.isIgnoredFile(u"draft"_s));
+
+        // An entry without a path ignores nothing, one with an empty path all.
+        site->ignoredFiles = std::make_shared<FileList>(FileList{std::make_shared<File>()});
+        QCOMPARE(manager.createFileObjects(lines).size(), lines.size());
+        ignore(site, {u"zzz"_s, u""_s});
+        QVERIFY(manager.createFileObjects(lines).isEmpty());
+        QVERIFY(manager.isIgnoredFile(u"anything"_s));
+    }
+
+    void syncRootFiltersByFolderPart() {
+        SitePtr site = siteAt(u"/nowhere"_s);
+        SiteManager manager(site);
+        const QStringList lines{u"M\tpublic/index.html"_s, u"M\tindex.html"_s, u"M\tsrc/app.js"_s,
+                                u"D\tpublic/img/a.png"_s, u"M\tpublicity/b.html"_s};
+        {
+            test::SystemLogCapture log;
+            site->syncRootPath = u"public/"_s;
+            QCOMPARE(summary(manager.createFileObjects(lines)),
+                     (QStringList{u"M public/index.html"_s, u"D public/img/a.png"_s}));
+            QVERIFY(log.lines().contains(u"public/ -- public/ -- (1)"_s));
+            QVERIFY(log.lines().contains(u" -- public/ -- (0)"_s));
+            QVERIFY(log.lines().contains(u"src/ -- public/ -- (0)"_s));
+        }
+        // Without the trailing slash a sibling folder sharing the prefix passes.
+        site->syncRootPath = u"public"_s;
+        QCOMPARE(summary(manager.createFileObjects(lines)),
+                 (QStringList{u"M public/index.html"_s, u"D public/img/a.png"_s, u"M publicity/b.html"_s}));
+
+        for (const std::optional<QString>& root :
+             {std::optional<QString>(u"/"_s), std::optional<QString>(u""_s), std::optional<QString>()}) {
+            test::SystemLogCapture log;
+            site->syncRootPath = root;
+            QCOMPARE(manager.createFileObjects(lines).size(), lines.size());
+            QVERIFY(manager.isInsideSyncRoot(u""_s));
+            QVERIFY2(log.lines().isEmpty(), qPrintable(log.lines().join(u'\n')));
+        }
+    }
+
+    void currentSiteFromTheStoredList() {
+        SiteManager manager(siteAt(std::nullopt));
+        QVERIFY(!manager.loadAllSites());
+        QVERIFY(!manager.loadCurrentSite());
+
+        SitePtr first = Site::newSite();
+        first->name = u"first"_s;
+        SitePtr second = Site::newSite();
+        second->name = u"second"_s;
+        Sites().storeWithSites({first, second});
+        QCOMPARE(manager.loadAllSites()->size(), 2);
+
+        // Unset means 0.
+        QCOMPARE(manager.loadCurrentSite()->name, u"first"_s);
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 1);
+        QCOMPARE(manager.loadCurrentSite()->name, u"second"_s);
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 2);
+        QVERIFY(!manager.loadCurrentSite());
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, -1);
+        QVERIFY(!manager.loadCurrentSite());
+    }
+
+    void firstAndLaterDeployments() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "one");
+        repo.write(u"about.html"_s, "one");
+        repo.write(u"css/site.css"_s, "one");
+        repo.write(u"old/page.html"_s, "one");
+        repo.write(u"caf\u00e9.html"_s, "one");
+        const QString first = repo.commitAll(u"first"_s);
+
+        SitePtr site = siteAt(repo.path());
+        SiteManager manager(site);
+        QVERIFY(manager.isGitDirectory());
+        QVERIFY(manager.localPathExists());
+        QVERIFY(!manager.isRepoDirty());
+        QCOMPARE(summary(manager.getAllFiles()),
+                 (QStringList{u"A about.html"_s, uR"(A "caf\303\251.html")"_s, u"A css/site.css"_s,
+                              u"A index.html"_s, u"A old/page.html"_s}));
+
+        // A file with uncommitted changes stays out of a full deployment.
+        repo.write(u"about.html"_s, "changed, not committed");
+        QVERIFY(manager.isRepoDirty());
+        QCOMPARE(summary(manager.getAllFiles()),
+                 (QStringList{uR"(A "caf\303\251.html")"_s, u"A css/site.css"_s, u"A index.html"_s,
+                              u"A old/page.html"_s}));
+
+        repo.write(u"index.html"_s, "two");
+        repo.write(u"css/new.css"_s, "two");
+        repo.remove(u"old/page.html"_s);
+        repo.git({u"add"_s, u"index.html"_s, u"css/new.css"_s, u"old/page.html"_s});
+        repo.git({u"commit"_s, u"-q"_s, u"-m"_s, u"second"_s});
+        const QString second = repo.head();
+
+        // A later deployment sends what changed since the deployed commit,
+        // including what is staged but not yet committed.
+        repo.write(u"css/site.css"_s, "staged");
+        repo.git({u"add"_s, u"css/site.css"_s});
+        const auto later = manager.loadFilesFromCommit(first);
+        QCOMPARE(summary(later), (QStringList{u"A css/new.css"_s, u"M css/site.css"_s, u"M index.html"_s,
+                                              u"D old/page.html"_s}));
+        QCOMPARE(later->at(3)->pathOnly, u"old/"_s);
+        ignore(site, {u"css/"_s});
+        QCOMPARE(summary(manager.loadFilesFromCommit(first)),
+                 (QStringList{u"M index.html"_s, u"D old/page.html"_s}));
+
+        // The two-commit form hands back git's lines untouched. Git 2.39
+        // refuses --staged with two commits and prints only its usage on
+        // standard error, which makes the answer nothing.
+        {
+            test::SystemLogCapture log;
+            const auto raw = manager.loadFilesfromCommit(first, second);
+            QVERIFY(log.contains(u"diff --staged --no-renames --name-status "_s + first + u' ' + second));
+            if (raw)
+                QCOMPARE(*raw, (QStringList{u"A\tcss/new.css"_s, u"M\tindex.html"_s, u"D\told/page.html"_s,
+                                            u""_s}));
+        }
+
+        const auto commits = manager.getCommits();
+        QVERIFY(commits);
+        QCOMPARE(commits->size(), 2);
+        QCOMPARE(commits->at(0)->comment, u"second"_s);
+        QCOMPARE(manager.runCommand(u"echo hello"_s), (QStringList{u"hello"_s, u""_s}));
+
+        // An unknown commit gives an empty list, not a failure.
+        const auto unknown = manager.loadFilesFromCommit(u"abcdef1"_s);
+        QVERIFY(unknown && unknown->isEmpty());
+    }
+
+    void noFolderStartsNoProcess() {
+        for (const std::optional<QString>& folder :
+             {std::optional<QString>(), std::optional<QString>(u""_s)}) {
+            test::SystemLogCapture log;
+            SiteManager manager(siteAt(folder));
+            QVERIFY(!manager.resolveBookmark());
+            QVERIFY(!manager.getAllFiles());
+            QVERIFY(!manager.loadFilesFromCommit(u"abcdef1"_s));
+            QVERIFY(!manager.loadFilesfromCommit(u"abcdef1"_s, u"abcdef2"_s));
+            QVERIFY(!manager.getBranches());
+            QVERIFY(!manager.getCommits());
+            QVERIFY(!manager.runCommand(u"echo hello"_s));
+            QVERIFY(!manager.isRepoDirty());
+            QVERIFY(!manager.localPathExists());
+            QVERIFY(!manager.isGitDirectory());
+            manager.checkoutBranch(u"main"_s);
+            QVERIFY2(!log.contains(u"TARNWELL - command:"_s), qPrintable(log.lines().join(u'\n')));
+        }
+        SiteManager gone(siteAt(u"/nonexistent/tarnwell-site"_s));
+        QVERIFY(!gone.localPathExists());
+        QVERIFY(!gone.getAllFiles().value_or(FileList{}).size());
+    }
+
+    void branchNamesFollowGitAndShellRules_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("gitAccepts");
+        QTest::addColumn<bool>("weAccept");
+        const auto row = [](const QString& name, bool git, bool ours) {
+            QTest::newRow(qPrintable(name)) << name << git << ours;
+        };
+        row(u"main"_s, true, true);
+        row(u"feature/login-v1.2_b+c"_s, true, true);
+        row(u"r\u00e9sum\u00e9"_s, true, true);
+        row(u"@"_s, true, true);
+        row(u"HEAD"_s, false, false);
+        row(u"-b"_s, false, false);
+        row(u"a..b"_s, false, false);
+        row(u".hidden"_s, false, false);
+        row(u"a/.b"_s, false, false);
+        row(u"a.lock"_s, false, false);
+        row(u"/a"_s, false, false);
+        row(u"a//b"_s, false, false);
+        row(u"a."_s, false, false);
+        row(u"a@{b"_s, false, false);
+        row(u"a~1"_s, false, false);
+        row(u"a:b"_s, false, false);
+        row(u"a*"_s, false, false);
+        row(u"a\\b"_s, false, false);
+        row(u"a b"_s, false, false);
+        row(u"a\x7f"_s, false, false);
+        // Git takes these, the shell would not leave them alone.
+        row(u"a;b"_s, true, false);
+        row(u"a$b"_s, true, false);
+        row(u"a`b"_s, true, false);
+        row(u"a(b)"_s, true, false);
+        row(u"a'b"_s, true, false);
+        row(u"#a"_s, true, false);
+        row(u"a{b}"_s, true, false);
+        row(u"a\u00a0b"_s, true, false);
+    }
+
+    void branchNamesFollowGitAndShellRules() {
+        QFETCH(QString, name);
+        QFETCH(bool, gitAccepts);
+        QFETCH(bool, weAccept);
+        int exitCode = -1;
+        test::runProgram(u"/usr/bin/git"_s, {u"check-ref-format"_s, u"--branch"_s, name}, QDir::tempPath(),
+                         &exitCode);
+        QCOMPARE(exitCode == 0, gitAccepts);
+        QString why;
+        QCOMPARE(SiteManager::isAcceptableBranchName(name, &why), weAccept);
+        QCOMPARE(why.isEmpty(), weAccept);
+    }
+
+    void hostileBranchNamesRunNothing() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "one");
+        repo.commitAll(u"first"_s);
+        repo.git({u"branch"_s, u"dev"_s});
+        repo.git({u"branch"_s, u"feature/x"_s});
+        SiteManager manager(siteAt(repo.path()));
+
+        const QStringList hostile{u"dev;touch pwned"_s,
+                                  u"dev && touch pwned"_s,
+                                  u"$(touch pwned)"_s,
+                                  u"`touch pwned`"_s,
+                                  u"dev|touch pwned"_s,
+                                  u"dev\ntouch pwned"_s,
+                                  u"dev>pwned"_s,
+                                  u"-b pwned"_s,
+                                  u"--orphan=pwned"_s,
+                                  u"dev\ttouch\tpwned"_s,
+                                  u""_s};
+        for (const QString& name : hostile) {
+            test::SystemLogCapture log;
+            manager.checkoutBranch(name);
+            QVERIFY2(!log.contains(u"TARNWELL - command:"_s), qPrintable(name));
+            QVERIFY2(log.contains(u"refused to check out"_s), qPrintable(name));
+            QVERIFY2(!QFile::exists(repo.path() + u"/pwned"_s), qPrintable(name));
+        }
+        {
+            test::SystemLogCapture log;
+            manager.checkoutBranch(u"dev\nTARNWELL - forged"_s);
+            QCOMPARE(log.lines().size(), 1);
+            QVERIFY(!log.lines().first().contains(u'\n'));
+        }
+        QCOMPARE(manager.getBranches()->current, u"main"_s);
+
+        {
+            test::SystemLogCapture log;
+            manager.checkoutBranch(u"feature/x"_s);
+            QVERIFY(log.contains(u"TARNWELL - command: git checkout feature/x"_s));
+        }
+        QCOMPARE(manager.getBranches()->current, u"feature/x"_s);
+        manager.checkoutBranch(u"dev"_s);
+        const auto branches = manager.getBranches();
+        QCOMPARE(branches->current, u"dev"_s);
+        QCOMPARE(branches->branches, (QStringList{u"dev"_s, u"feature/x"_s, u"main"_s}));
+    }
+
+    void bookmarkRecovery() {
+        QTemporaryDir chosen;
+        auto removed = std::make_unique<QTemporaryDir>();
+        SitePtr site = siteAt(removed->path());
+        site->bookmarkData = SecurityBookmarkManager::bookmarkFor(removed->path());
+        QVERIFY(site->bookmarkData);
+        removed.reset();
+
+        RecordingDelegate delegate;
+        SiteManager manager(site);
+        manager.delegate = &delegate;
+        QVERIFY(!manager.tryRecoverBookmark(chosen.path()));
+        QCOMPARE(delegate.staleCount, 1);
+        QVERIFY(delegate.errors.isEmpty());
+
+        // A bookmark that still leads to its folder gives the folder.
+        site->bookmarkData = SecurityBookmarkManager::bookmarkFor(chosen.path());
+        QCOMPARE(manager.tryRecoverBookmark(chosen.path()), QDir::cleanPath(chosen.path()));
+        QCOMPARE(delegate.staleCount, 1);
+        QVERIFY(delegate.errors.isEmpty());
+
+        // No bookmark of the given folder, or none stored: an error each.
+        QVERIFY(!manager.tryRecoverBookmark(chosen.path() + u"/missing"_s));
+        site->bookmarkData.reset();
+        QVERIFY(!manager.tryRecoverBookmark(chosen.path()));
+        QCOMPARE(delegate.errors.size(), 2);
+        QCOMPARE(delegate.errors.at(0).code, qint64(SiteManagerError::CannotBookmarkFolder));
+        QCOMPARE(delegate.errors.at(1).code, qint64(SiteManagerError::CannotResolveBookmark));
+        QCOMPARE(delegate.staleCount, 1);
+
+        // Without a delegate nobody is told, and nothing breaks.
+        manager.delegate = nullptr;
+        QVERIFY(!manager.tryRecoverBookmark(chosen.path()));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSiteManager)
+#include "tst_sitemanager.moc"
