@@ -1,0 +1,134 @@
+#include "FileListPanel.h"
+
+#include "StatusTableCell.h"
+
+#include <QCheckBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace tw {
+
+FileListPanel::FileListPanel(FileTableModel* model, QWidget* parent)
+    : QWidget(parent)
+    , m_model(model)
+    , m_checkbox(new QCheckBox(tr("Deploy selected files"), this))
+    , m_table(new QTableView(this))
+    , m_selectedLabel(new QLabel(this)) {
+    m_checkbox->setObjectName(QStringLiteral("updateCheckboxes"));
+    m_checkbox->setToolTip(tr("Check or uncheck every selected file at once"));
+    m_selectedLabel->setObjectName(QStringLiteral("selectedLabel"));
+
+    m_table->setObjectName(QStringLiteral("realTableView"));
+    m_table->setModel(m_model);
+    m_table->setItemDelegateForColumn(FileTableModel::ChangeColumn, new StatusTableCell(m_table));
+    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    m_table->setShowGrid(false);
+    m_table->setAlternatingRowColors(true);
+    m_table->setWordWrap(false);
+    m_table->setTextElideMode(Qt::ElideMiddle);
+    m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_table->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    // Every row is one line high: the table never measures 100,000 rows.
+    QHeaderView* rows = m_table->verticalHeader();
+    rows->hide();
+    rows->setSectionResizeMode(QHeaderView::Fixed);
+    rows->setDefaultSectionSize(m_table->fontMetrics().height() + 8);
+    QHeaderView* columns = m_table->horizontalHeader();
+    columns->setHighlightSections(false);
+    columns->setSectionResizeMode(FileTableModel::UploadColumn, QHeaderView::Fixed);
+    columns->setSectionResizeMode(FileTableModel::ChangeColumn, QHeaderView::Fixed);
+    columns->setSectionResizeMode(FileTableModel::NameColumn, QHeaderView::Stretch);
+    columns->setSectionResizeMode(FileTableModel::StatusColumn, QHeaderView::Interactive);
+    const int line = m_table->fontMetrics().height();
+    columns->resizeSection(FileTableModel::UploadColumn, line + 14);
+    columns->resizeSection(FileTableModel::ChangeColumn, line + 14);
+    columns->resizeSection(FileTableModel::StatusColumn,
+                           m_table->fontMetrics().horizontalAdvance(QStringLiteral("100.0 %")) + 24);
+
+    auto* top = new QHBoxLayout;
+    top->setContentsMargins(4, 0, 4, 0);
+    top->addWidget(m_checkbox);
+    top->addStretch();
+    top->addWidget(m_selectedLabel);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(4);
+    layout->addLayout(top);
+    layout->addWidget(m_table, 1);
+
+    connect(m_checkbox, &QCheckBox::clicked, this, [this] {
+        // The box shows the selected rows' state; a click on a mixed state
+        // checks them all.
+        updateCheckboxes(m_checkbox->checkState() == Qt::Checked);
+    });
+    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &FileListPanel::refreshCheckbox);
+    connect(m_model, &FileTableModel::modelReset, this, &FileListPanel::refreshCheckbox);
+    connect(m_model, &FileTableModel::checkMarksChanged, this, [this] {
+        refreshCheckbox();
+        refreshSelectedLabel();
+    });
+    refreshCheckbox();
+    refreshSelectedLabel();
+}
+
+QList<qsizetype> FileListPanel::selectedRows() const {
+    QList<qsizetype> rows;
+    const QItemSelection selection = m_table->selectionModel()->selection();
+    for (const QItemSelectionRange& range : selection) {
+        for (int row = range.top(); row <= range.bottom(); ++row)
+            rows.append(row);
+    }
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    return rows;
+}
+
+void FileListPanel::updateCheckboxes(bool checked) {
+    const QList<qsizetype> rows = selectedRows();
+    if (m_handler) {
+        m_handler(checked, rows);
+        m_model->checkMarksDidChange(rows);
+    } else {
+        m_model->setWillUpload(rows, checked);
+    }
+    refreshCheckbox();
+}
+
+void FileListPanel::refreshCheckbox() {
+    const QList<qsizetype> rows = selectedRows();
+    m_checkbox->setEnabled(!rows.isEmpty());
+    qsizetype checked = 0;
+    for (const qsizetype row : rows) {
+        const FilePtr file = m_model->fileAt(row);
+        if (file && file->willUpload)
+            ++checked;
+    }
+    const QSignalBlocker quiet(m_checkbox);
+    if (checked > 0 && checked < rows.size()) {
+        m_checkbox->setTristate(true);
+        m_checkbox->setCheckState(Qt::PartiallyChecked);
+    } else {
+        m_checkbox->setTristate(false);
+        m_checkbox->setCheckState(checked > 0 ? Qt::Checked : Qt::Unchecked);
+    }
+}
+
+void FileListPanel::refreshSelectedLabel() {
+    if (!m_model->hasList()) {
+        m_selectedLabel->clear();
+        return;
+    }
+    const qsizetype total = m_model->rowCount();
+    m_selectedLabel->setText(tr("%1 of %2 files to deploy").arg(m_model->checkedCount()).arg(total));
+}
+
+} // namespace tw

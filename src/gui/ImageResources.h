@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QIcon>
+#include <QPixmap>
+#include <QSize>
+#include <QString>
+
+namespace tw {
+
+// The application's own images, drawn as SVG and kept in the resources under
+// their names ("cloud_tick", "ui-cross-2", "git", "RocketLaunch",
+// "ui-window-2", "ui-window-2-highlight", "tarnwell").
+class ImageResources {
+public:
+    static QString path(const QString& name);
+    static bool exists(const QString& name);
+    static QIcon icon(const QString& name);
+    // Rendered at the size given (in device-independent pixels) for the
+    // screen's pixel ratio.
+    static QPixmap pixmap(const QString& name, const QSize& size, qreal devicePixelRatio = 1.0);
+    static QIcon applicationIcon();
+};
+
+} // namespace tw

@@ -1,0 +1,643 @@
+#include "SiteEditorDialog.h"
+
+#include "app/Preferences.h"
+#include "app/UserInteraction.h"
+#include "git/SiteManager.h"
+#include "keychain/TWPasswords.h"
+#include "model/SecurityBookmarkManager.h"
+#include "model/SiteListActions.h"
+#include "model/Sites.h"
+#include "model/TWUtilities.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPointer>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace tw {
+
+namespace {
+
+enum Tab { GeneralTab, ServerTab, FilesTab };
+
+int key(SiteField field) {
+    return static_cast<int>(field);
+}
+
+QLabel* problemLabel(QWidget* parent) {
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::PlainText);
+    label->setStyleSheet(QStringLiteral("color: #c01c28;"));
+    label->hide();
+    return label;
+}
+
+QString withoutFileScheme(QString path) {
+    path.remove(QStringLiteral("file://"));
+    return path;
+}
+
+} // namespace
+
+SiteEditorDialog::SiteEditorDialog(SitePtr site, UserInteraction& interaction, QWidget* parent)
+    : QDialog(parent)
+    , m_site(site ? std::move(site) : Site::newSite())
+    , m_interaction(interaction) {
+    setWindowTitle(isNewSite() ? tr("New Site") : tr("Edit Site"));
+    setMinimumWidth(560);
+
+    m_tabs = new QTabWidget(this);
+    m_tabs->addTab(buildGeneralTab(), tr("Repository"));
+    m_tabs->addTab(buildServerTab(), tr("Server"));
+    m_tabs->addTab(buildFilesTab(), tr("Files"));
+
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
+    connect(buttons, &QDialogButtonBox::accepted, this, &SiteEditorDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &SiteEditorDialog::reject);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(m_tabs);
+    layout->addWidget(buttons);
+
+    m_loaded = SiteForm::fromSite(*m_site);
+    setForm(m_loaded);
+}
+
+SiteEditorDialog::~SiteEditorDialog() {
+    setEditing(false);
+}
+
+QWidget* SiteEditorDialog::withProblem(SiteField field, QWidget* fieldWidget, int tab) {
+    auto* box = new QWidget;
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(2);
+    layout->addWidget(fieldWidget);
+    QLabel* problem = problemLabel(box);
+    problem->setObjectName(QStringLiteral("problem-") + SiteForm::fieldName(field));
+    layout->addWidget(problem);
+    m_rows.insert(key(field), FieldRow{fieldWidget, problem, tab});
+    return box;
+}
+
+QWidget* SiteEditorDialog::buildGeneralTab() {
+    auto* page = new QWidget;
+    auto* form = new QFormLayout(page);
+
+    m_name = new QLineEdit(page);
+    m_name->setPlaceholderText(tr("My website"));
+    form->addRow(tr("Name:"), withProblem(SiteField::Name, m_name, GeneralTab));
+
+    m_localPath = new QLineEdit(page);
+    m_localPath->setReadOnly(true);
+    m_localPath->setPlaceholderText(tr("The folder of the git repository"));
+    auto* chooseFolder = new QPushButton(tr("Choose\u2026"), page);
+    chooseFolder->setObjectName(QStringLiteral("chooseFolderButton"));
+    connect(chooseFolder, &QPushButton::clicked, this, &SiteEditorDialog::chooseRepositoryFolder);
+    auto* folderRow = new QWidget(page);
+    auto* folderLayout = new QHBoxLayout(folderRow);
+    folderLayout->setContentsMargins(0, 0, 0, 0);
+    folderLayout->addWidget(m_localPath, 1);
+    folderLayout->addWidget(chooseFolder);
+    form->addRow(tr("Repository:"), withProblem(SiteField::LocalPath, folderRow, GeneralTab));
+    m_rows[key(SiteField::LocalPath)].field = m_localPath;
+
+    m_syncRoot = new QLineEdit(page);
+    m_syncRoot->setPlaceholderText(tr("The whole repository"));
+    m_syncRoot->setToolTip(tr("The folder of the repository whose contents go to the remote path, "
+                              "for example public/"));
+    form->addRow(tr("Deploy folder:"), withProblem(SiteField::SyncRootPath, m_syncRoot, GeneralTab));
+
+    m_deployBranch = new QComboBox(page);
+    m_deployBranch->setEditable(true);
+    m_deployBranch->setInsertPolicy(QComboBox::NoInsert);
+    m_deployBranch->setToolTip(tr("Only this branch can be deployed to the site"));
+    form->addRow(tr("Deploy branch:"), withProblem(SiteField::DeployBranch, m_deployBranch, GeneralTab));
+
+    m_autoDeploy = new QCheckBox(tr("Deploy automatically when a new commit arrives on the branch"), page);
+    form->addRow(QString(), m_autoDeploy);
+    return page;
+}
+
+QWidget* SiteEditorDialog::buildServerTab() {
+    auto* page = new QWidget;
+    m_serverForm = new QFormLayout(page);
+
+    m_protocol = new QComboBox(page);
+    m_protocol->addItems(SiteForm::protocols());
+    connect(m_protocol, &QComboBox::currentTextChanged, this, &SiteEditorDialog::protocolChanged);
+    m_serverForm->addRow(tr("Protocol:"), withProblem(SiteField::Protocol, m_protocol, ServerTab));
+
+    m_host = new QLineEdit(page);
+    m_host->setPlaceholderText(tr("ftp.example.org"));
+    m_serverForm->addRow(tr("Host:"), withProblem(SiteField::Host, m_host, ServerTab));
+
+    m_port = new QLineEdit(page);
+    m_port->setMaxLength(5);
+    m_port->setMaximumWidth(m_port->fontMetrics().horizontalAdvance(QStringLiteral("000000")) + 20);
+    m_serverForm->addRow(tr("Port:"), withProblem(SiteField::Port, m_port, ServerTab));
+
+    m_username = new QLineEdit(page);
+    m_serverForm->addRow(tr("User name:"), withProblem(SiteField::Username, m_username, ServerTab));
+
+    m_password = new QLineEdit(page);
+    m_password->setEchoMode(QLineEdit::Password);
+    m_password->setToolTip(tr("Kept in the system's secret store"));
+    m_serverForm->addRow(tr("Password:"), m_password);
+
+    m_sshKey = new QLineEdit(page);
+    m_sshKey->setPlaceholderText(tr("None: log in with the password"));
+    auto* chooseKey = new QPushButton(tr("Choose\u2026"), page);
+    chooseKey->setObjectName(QStringLiteral("chooseKeyButton"));
+    connect(chooseKey, &QPushButton::clicked, this, &SiteEditorDialog::chooseKeyFile);
+    m_sshKeyRow = new QWidget(page);
+    auto* keyLayout = new QHBoxLayout(m_sshKeyRow);
+    keyLayout->setContentsMargins(0, 0, 0, 0);
+    keyLayout->addWidget(m_sshKey, 1);
+    keyLayout->addWidget(chooseKey);
+    m_serverForm->addRow(tr("Private key:"), withProblem(SiteField::SshKeyPath, m_sshKeyRow, ServerTab));
+    m_rows[key(SiteField::SshKeyPath)].field = m_sshKey;
+
+    m_passphrase = new QLineEdit(page);
+    m_passphrase->setEchoMode(QLineEdit::Password);
+    m_passphrase->setToolTip(tr("The pass phrase of the private key; kept in the system's secret store"));
+    m_serverForm->addRow(tr("Pass phrase:"), m_passphrase);
+
+    m_passiveMode = new QCheckBox(tr("Passive mode"), page);
+    m_serverForm->addRow(QString(), m_passiveMode);
+
+    m_remotePath = new QLineEdit(page);
+    m_remotePath->setPlaceholderText(tr("/var/www/"));
+    m_remotePath->setToolTip(tr("The folder on the server the files go to"));
+    m_serverForm->addRow(tr("Remote path:"), withProblem(SiteField::RemotePath, m_remotePath, ServerTab));
+
+    m_testButton = new QPushButton(tr("Test Connection"), page);
+    m_testButton->setObjectName(QStringLiteral("testConnectionButton"));
+    m_testButton->setAutoDefault(false);
+    connect(m_testButton, &QPushButton::clicked, this, &SiteEditorDialog::testConnection);
+    m_testResult = new QLabel(page);
+    m_testResult->setObjectName(QStringLiteral("connectionTestResult"));
+    m_testResult->setWordWrap(true);
+    m_testResult->setTextFormat(Qt::PlainText);
+    m_testResult->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* testRow = new QWidget(page);
+    auto* testLayout = new QHBoxLayout(testRow);
+    testLayout->setContentsMargins(0, 6, 0, 0);
+    testLayout->addWidget(m_testButton, 0, Qt::AlignTop);
+    testLayout->addWidget(m_testResult, 1);
+    m_serverForm->addRow(QString(), testRow);
+    setConnectionTester(nullptr);
+    return page;
+}
+
+QWidget* SiteEditorDialog::buildFilesTab() {
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+
+    auto addList = [this, page, layout](SiteField field, const QString& title, const QString& help) {
+        auto* heading = new QLabel(title, page);
+        QFont bold = heading->font();
+        bold.setBold(true);
+        heading->setFont(bold);
+        auto* note = new QLabel(help, page);
+        note->setWordWrap(true);
+        auto* list = new QListWidget(page);
+        list->setObjectName(field == SiteField::MandatoryFiles ? QStringLiteral("mandatoryFiles")
+                                                               : QStringLiteral("ignoredFiles"));
+        list->setSelectionMode(QAbstractItemView::ExtendedSelection);
+        list->setMinimumHeight(90);
+        auto* addFile = new QPushButton(tr("Add File\u2026"), page);
+        auto* addFolder = new QPushButton(tr("Add Folder\u2026"), page);
+        auto* remove = new QPushButton(tr("Remove"), page);
+        remove->setEnabled(false);
+        connect(addFile, &QPushButton::clicked, this, [this, field] { chooseListEntry(field, false); });
+        connect(addFolder, &QPushButton::clicked, this, [this, field] { chooseListEntry(field, true); });
+        connect(remove, &QPushButton::clicked, this, [this, field] { removeSelectedListEntries(field); });
+        connect(list, &QListWidget::itemSelectionChanged, remove,
+                [list, remove] { remove->setEnabled(!list->selectedItems().isEmpty()); });
+        auto* buttons = new QHBoxLayout;
+        buttons->addWidget(addFile);
+        buttons->addWidget(addFolder);
+        buttons->addWidget(remove);
+        buttons->addStretch();
+        layout->addWidget(heading);
+        layout->addWidget(note);
+        layout->addWidget(withProblem(field, list, FilesTab));
+        layout->addLayout(buttons);
+        return list;
+    };
+    m_mandatory =
+        addList(SiteField::MandatoryFiles, tr("Always upload"),
+                tr("Uploaded with every deployment, changed or not. A folder brings everything in it."));
+    layout->addSpacing(8);
+    m_ignored = addList(SiteField::IgnoredFiles, tr("Never upload"),
+                        tr("Left out of every deployment. A folder leaves out everything in it."));
+    return page;
+}
+
+SiteForm SiteEditorDialog::form() const {
+    SiteForm form = m_loaded; // the scripts and connection strings stay as loaded
+    form.name = m_name->text();
+    form.localPath = m_localPath->text();
+    form.syncRootPath = m_syncRoot->text();
+    form.protocol = m_protocol->currentText();
+    form.host = m_host->text();
+    form.port = m_port->text().trimmed();
+    form.username = m_username->text();
+    form.password = m_password->text();
+    form.sshKeyPath = m_sshKey->text();
+    form.passphrase = m_passphrase->text();
+    form.passiveMode = m_passiveMode->isChecked();
+    form.remotePath = m_remotePath->text();
+    form.deployBranch = m_deployBranch->currentText().trimmed();
+    form.autoDeploy = m_autoDeploy->isChecked();
+    form.mandatoryFiles = listEntries(SiteField::MandatoryFiles);
+    form.ignoredFiles = listEntries(SiteField::IgnoredFiles);
+    return form;
+}
+
+void SiteEditorDialog::setForm(const SiteForm& form) {
+    m_loaded = form;
+    m_name->setText(form.name);
+    m_localPath->setText(form.localPath);
+    m_syncRoot->setText(form.syncRootPath);
+    const qsizetype protocolIndex = SiteForm::protocols().indexOf(form.protocol);
+    // A stored text the editor does not offer counts as plain FTP.
+    m_protocol->setCurrentIndex(protocolIndex >= 0 ? static_cast<int>(protocolIndex) : 0);
+    m_host->setText(form.host);
+    m_port->setText(form.port);
+    m_username->setText(form.username);
+    m_password->setText(form.password);
+    m_sshKey->setText(form.sshKeyPath);
+    m_passphrase->setText(form.passphrase);
+    m_passiveMode->setChecked(form.passiveMode);
+    m_remotePath->setText(form.remotePath);
+    m_autoDeploy->setChecked(form.autoDeploy);
+    m_mandatory->clear();
+    m_mandatory->addItems(form.mandatoryFiles);
+    m_ignored->clear();
+    m_ignored->addItems(form.ignoredFiles);
+    reloadBranches();
+    m_deployBranch->setCurrentText(form.deployBranch);
+    protocolChanged();
+    clearProblems();
+}
+
+QListWidget* SiteEditorDialog::listFor(SiteField list) const {
+    return list == SiteField::MandatoryFiles ? m_mandatory : m_ignored;
+}
+
+QStringList SiteEditorDialog::listEntries(SiteField list) const {
+    QStringList entries;
+    const QListWidget* widget = listFor(list);
+    for (int i = 0; i < widget->count(); ++i)
+        entries.append(widget->item(i)->text());
+    return entries;
+}
+
+void SiteEditorDialog::showProblem(SiteField field, const QString& text) {
+    const auto row = m_rows.constFind(key(field));
+    if (row == m_rows.constEnd())
+        return;
+    QLabel* label = row->problem;
+    label->setText(label->text().isEmpty() ? text : label->text() + QLatin1Char('\n') + text);
+    label->setVisible(!label->text().isEmpty());
+}
+
+void SiteEditorDialog::clearProblems() {
+    for (const FieldRow& row : std::as_const(m_rows)) {
+        row.problem->clear();
+        row.problem->hide();
+    }
+}
+
+QString SiteEditorDialog::problemText(SiteField field) const {
+    const auto row = m_rows.constFind(key(field));
+    return row == m_rows.constEnd() ? QString() : row->problem->text();
+}
+
+QList<FieldProblem> SiteEditorDialog::validate() {
+    clearProblems();
+    const QList<FieldProblem> problems = form().validate();
+    for (const FieldProblem& problem : problems)
+        showProblem(problem.field, problem.message);
+    if (!problems.isEmpty()) {
+        const auto row = m_rows.constFind(key(problems.constFirst().field));
+        if (row != m_rows.constEnd()) {
+            m_tabs->setCurrentIndex(row->tab);
+            row->field->setFocus();
+        }
+    }
+    return problems;
+}
+
+bool SiteEditorDialog::save() {
+    if (!validate().isEmpty())
+        return false;
+    const SiteForm filled = form();
+    filled.applyTo(*m_site);
+
+    // The site is found by its id: the list may have been reordered while
+    // the editor was open.
+    const SiteList stored = Sites().loadAll().value_or(SiteList());
+    const QString id = m_site->siteId();
+    qsizetype index = -1;
+    for (qsizetype i = 0; i < stored.size(); ++i) {
+        if (stored.at(i) && stored.at(i)->siteId() == id) {
+            index = i;
+            break;
+        }
+    }
+    if (index < 0) {
+        index = SiteListActions::add(m_site);
+        SiteListActions::setCurrentIndex(index);
+    } else {
+        m_site->siteIndex = index;
+        SiteListActions::replace(index, m_site);
+    }
+    m_loaded = filled;
+    setWindowTitle(tr("Edit Site"));
+    emit siteSaved(index);
+    return true;
+}
+
+void SiteEditorDialog::accept() {
+    if (save())
+        QDialog::accept();
+}
+
+bool SiteEditorDialog::setRepositoryFolder(const QString& path) {
+    SiteForm probe;
+    probe.localPath = withoutFileScheme(path);
+    const auto row = m_rows.value(key(SiteField::LocalPath));
+    row.problem->clear();
+    row.problem->hide();
+    for (const FieldProblem& problem : probe.validate()) {
+        if (problem.field == SiteField::LocalPath) {
+            showProblem(SiteField::LocalPath, problem.message);
+            return false;
+        }
+    }
+    m_localPath->setText(QDir::cleanPath(probe.localPath));
+    reloadBranches();
+    if (m_name->text().trimmed().isEmpty())
+        m_name->setText(QFileInfo(m_localPath->text()).fileName());
+    return true;
+}
+
+void SiteEditorDialog::chooseRepositoryFolder() {
+    OpenPanelRequest panel;
+    panel.title = tr("Choose the Repository Folder");
+    panel.message = tr("Choose the folder of the site's git repository.");
+    panel.canChooseFiles = false;
+    panel.canChooseDirectories = true;
+    panel.showsHiddenFiles = false;
+    panel.directory = m_localPath->text().isEmpty() ? QDir::homePath() : m_localPath->text();
+    if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel))
+        setRepositoryFolder(*chosen);
+}
+
+void SiteEditorDialog::chooseKeyFile() {
+    OpenPanelRequest panel;
+    panel.title = tr("Choose the Private Key");
+    panel.message = tr("Choose the private key file for the SFTP login.");
+    panel.canChooseFiles = true;
+    panel.canChooseDirectories = false;
+    panel.showsHiddenFiles = true;
+    const QString sshFolder = QDir::homePath() + QStringLiteral("/.ssh");
+    panel.directory = QFileInfo(sshFolder).isDir() ? sshFolder : QDir::homePath();
+    if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel)) {
+        m_sshKey->setText(withoutFileScheme(*chosen));
+        const auto row = m_rows.value(key(SiteField::SshKeyPath));
+        row.problem->clear();
+        row.problem->hide();
+    }
+}
+
+bool SiteEditorDialog::addListEntry(SiteField list, const QString& absolutePath) {
+    const auto row = m_rows.value(key(list));
+    row.problem->clear();
+    row.problem->hide();
+    const QString repository = m_localPath->text();
+    if (repository.isEmpty()) {
+        showProblem(list, tr("Choose the repository folder first."));
+        return false;
+    }
+    const QString relative = QDir(repository).relativeFilePath(withoutFileScheme(absolutePath));
+    SiteForm probe;
+    (list == SiteField::MandatoryFiles ? probe.mandatoryFiles : probe.ignoredFiles).append(relative);
+    for (const FieldProblem& problem : probe.validate()) {
+        if (problem.field == list) {
+            showProblem(list, problem.message);
+            return false;
+        }
+    }
+    QListWidget* widget = listFor(list);
+    if (listEntries(list).contains(relative))
+        return true;
+    widget->addItem(relative);
+    return true;
+}
+
+void SiteEditorDialog::chooseListEntry(SiteField list, bool folder) {
+    OpenPanelRequest panel;
+    panel.title = folder ? tr("Choose a Folder of the Repository") : tr("Choose a File of the Repository");
+    panel.canChooseFiles = !folder;
+    panel.canChooseDirectories = folder;
+    panel.showsHiddenFiles = true;
+    panel.directory = m_localPath->text();
+    if (panel.directory.isEmpty()) {
+        showProblem(list, tr("Choose the repository folder first."));
+        return;
+    }
+    if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel))
+        addListEntry(list, *chosen);
+}
+
+void SiteEditorDialog::removeSelectedListEntries(SiteField list) {
+    QListWidget* widget = listFor(list);
+    const QList<QListWidgetItem*> selected = widget->selectedItems();
+    for (QListWidgetItem* item : selected)
+        delete widget->takeItem(widget->row(item));
+}
+
+void SiteEditorDialog::reloadBranches() {
+    const QString typed = m_deployBranch->currentText();
+    m_deployBranch->clear();
+    const QString folder = m_localPath->text();
+    if (!folder.isEmpty() && QFileInfo(folder).isDir()) {
+        auto probe = Site::newSite();
+        probe->localPath = folder;
+        if (const std::optional<BranchSummary> summary = SiteManager(probe).getBranches()) {
+            m_deployBranch->addItems(summary->branches);
+            if (typed.isEmpty() && !summary->current.isEmpty()) {
+                m_deployBranch->setCurrentText(summary->current);
+                return;
+            }
+        }
+    }
+    m_deployBranch->setCurrentText(typed);
+}
+
+void SiteEditorDialog::protocolChanged() {
+    const QString protocol = m_protocol->currentText();
+    const bool sftp = protocol == u"SFTP";
+    m_serverForm->setRowVisible(m_rows.value(key(SiteField::SshKeyPath)).problem->parentWidget(), sftp);
+    m_serverForm->setRowVisible(m_passphrase, sftp);
+    m_serverForm->setRowVisible(m_passiveMode, protocol == u"FTP");
+    m_port->setPlaceholderText(SiteForm::defaultPort(protocol));
+}
+
+bool SiteEditorDialog::isFieldOffered(SiteField field) const {
+    if (field == SiteField::SshKeyPath)
+        return m_protocol->currentText() == u"SFTP";
+    return true;
+}
+
+bool SiteEditorDialog::isPassiveModeOffered() const {
+    return m_protocol->currentText() == u"FTP";
+}
+
+bool SiteEditorDialog::isPassphraseOffered() const {
+    return m_protocol->currentText() == u"SFTP";
+}
+
+QString SiteEditorDialog::portPlaceholder() const {
+    return m_port->placeholderText();
+}
+
+void SiteEditorDialog::setConnectionTester(ConnectionTester tester) {
+    m_tester = std::move(tester);
+    m_testButton->setEnabled(static_cast<bool>(m_tester) && !m_testing);
+    m_testButton->setToolTip(m_tester ? tr("Uploads a small file named .test to the remote path")
+                                      : tr("The connection test is not available"));
+}
+
+void SiteEditorDialog::testConnection() {
+    if (!m_tester || m_testing)
+        return;
+    clearProblems();
+    // The server fields must make sense; the rest of the form may wait.
+    const SiteField serverFields[] = {SiteField::Protocol, SiteField::Host,       SiteField::Port,
+                                      SiteField::Username, SiteField::SshKeyPath, SiteField::RemotePath};
+    bool usable = true;
+    for (const FieldProblem& problem : form().validate()) {
+        if (std::find(std::begin(serverFields), std::end(serverFields), problem.field) !=
+            std::end(serverFields)) {
+            showProblem(problem.field, problem.message);
+            usable = false;
+        }
+    }
+    if (!usable) {
+        m_testResult->setStyleSheet(QStringLiteral("color: #c01c28;"));
+        m_testResult->setText(tr("Correct the server settings first."));
+        return;
+    }
+
+    // The test runs on a copy of the site under an id of its own, so the
+    // password typed here is used without replacing the stored one.
+    SitePtr probe = m_site->copy();
+    probe->generateSiteId();
+    const SiteForm filled = form();
+    probe->protocol = filled.protocol;
+    probe->host = filled.host.trimmed();
+    probe->port = filled.port.isEmpty() ? std::nullopt : std::optional<QString>(filled.port);
+    probe->username = filled.username;
+    probe->sshKeyPath =
+        filled.sshKeyPath.isEmpty() ? std::nullopt : std::optional<QString>(filled.sshKeyPath);
+    probe->passiveMode = filled.passiveMode;
+    probe->remotePath = TWUtilities::fixSlashes(filled.remotePath);
+    const QString probeId = probe->siteId();
+    TWPasswords::setPassword(
+        filled.password.isEmpty() ? std::nullopt : std::optional<QString>(filled.password), probeId);
+    TWPasswords::setPassphrase(
+        filled.passphrase.isEmpty() ? std::nullopt : std::optional<QString>(filled.passphrase), probeId);
+
+    m_testing = true;
+    m_testButton->setEnabled(false);
+    m_testResult->setStyleSheet(QString());
+    m_testResult->setText(tr("Connecting to %1\u2026").arg(*probe->host));
+    QPointer<SiteEditorDialog> self(this);
+    m_tester(probe, [self, probeId](const std::optional<QString>& error) {
+        TWPasswords::setPassword(std::nullopt, probeId);
+        TWPasswords::setPassphrase(std::nullopt, probeId);
+        if (!self)
+            return;
+        self->m_testing = false;
+        self->m_testButton->setEnabled(static_cast<bool>(self->m_tester));
+        QString message;
+        if (error) {
+            message = tr("The connection failed: %1").arg(error->isEmpty() ? tr("no reason given") : *error);
+            self->m_testResult->setStyleSheet(QStringLiteral("color: #c01c28;"));
+        } else {
+            message = tr("The connection works: the server took a test file.");
+            self->m_testResult->setStyleSheet(QStringLiteral("color: #26a269;"));
+        }
+        self->m_testResult->setText(message);
+        emit self->connectionTestFinished(!error.has_value(), message);
+    });
+}
+
+QString SiteEditorDialog::connectionTestResult() const {
+    return m_testResult->text();
+}
+
+void SiteEditorDialog::siteManagerDidFailWithError(const Error& error) {
+    showProblem(SiteField::LocalPath, error.localizedDescription);
+}
+
+void SiteEditorDialog::fileBookmarkIsStale() {
+    AlertRequest alert;
+    alert.style = AlertStyle::Warning;
+    alert.message = QStringLiteral("An error occured!");
+    alert.informativeText = QStringLiteral("Could not recover filebookmark for sandbox. Please select your "
+                                           "base path for your repository again.");
+    alert.buttons = {QStringLiteral("Abort")};
+    m_interaction.runModal(alert);
+}
+
+void SiteEditorDialog::checkBookmark() {
+    if (m_bookmarkChecked)
+        return;
+    m_bookmarkChecked = true;
+    if (!m_site->bookmarkData || !m_site->localPath || m_site->localPath->isEmpty())
+        return;
+    const std::optional<SecurityBookmarkManager::Resolved> resolved =
+        SecurityBookmarkManager::resolve(*m_site->bookmarkData);
+    if (resolved && resolved->isStale)
+        fileBookmarkIsStale();
+}
+
+void SiteEditorDialog::setEditing(bool editing) {
+    Preferences& preferences = Preferences::instance();
+    if (preferences.boolValue(QStringLiteral("editing")) == editing)
+        return;
+    preferences.setBool(QStringLiteral("editing"), editing);
+    preferences.synchronize();
+}
+
+void SiteEditorDialog::showEvent(QShowEvent* event) {
+    QDialog::showEvent(event);
+    setEditing(true);
+    if (!m_bookmarkChecked)
+        QTimer::singleShot(0, this, &SiteEditorDialog::checkBookmark);
+}
+
+void SiteEditorDialog::hideEvent(QHideEvent* event) {
+    QDialog::hideEvent(event);
+    setEditing(false);
+}
+
+} // namespace tw
