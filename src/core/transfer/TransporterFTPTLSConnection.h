@@ -1,0 +1,24 @@
+#pragma once
+
+#include "transfer/TransporterFTPConnection.h"
+
+namespace tw {
+
+// FTP over TLS for the protocol choice "FTP with TLS/SSL": plain FTP's
+// argument lists with "-k" "--ssl" at the very end of each. The URLs stay
+// "ftp://" and curl asks the server for TLS on the FTP connection; "-k"
+// accepts any certificate. Always passive.
+class TransporterFTPTLSConnection : public TransporterFTPConnection {
+public:
+    using TransporterFTPConnection::TransporterFTPConnection;
+
+    QString type() const override;
+    QStringList getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) override;
+    QStringList getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) override;
+    QStringList getArgument(const TransporterFilePtr& file, const QString& localBasePath) override;
+
+private:
+    static QStringList withTls(QStringList arguments);
+};
+
+} // namespace tw

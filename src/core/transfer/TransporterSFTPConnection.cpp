@@ -1,0 +1,171 @@
+#include "TransporterSFTPConnection.h"
+
+#include "transfer/RemoteUrl.h"
+
+#include <QSet>
+
+#include <utility>
+
+namespace tw {
+
+TransporterSFTPConnection::TransporterSFTPConnection(SitePtr site, const std::optional<QString>& password,
+                                                     const std::optional<QString>& passphrase)
+    : m_site(std::move(site)) {
+    Q_ASSERT(m_site);
+    if (!m_site)
+        m_site = std::make_shared<Site>();
+    m_username = m_site->username.value_or(QString());
+    if (password)
+        m_password = *password;
+    if (passphrase && !passphrase->isEmpty())
+        m_passphrase = passphrase;
+    m_host = m_site->host.value_or(QString());
+    if (m_host.endsWith(QLatin1Char('/')))
+        m_host.chop(1);
+    m_path = m_site->remotePath.value_or(QString());
+    if (!m_path.isEmpty() && !m_path.endsWith(QLatin1Char('/')))
+        m_path += QLatin1Char('/');
+    if (m_site->port) {
+        m_port = *m_site->port;
+        m_host += QLatin1Char(':') + m_port;
+    }
+    m_host += QLatin1Char('/');
+    m_privateSshKeyPath = m_site->sshKeyPath;
+}
+
+QString TransporterSFTPConnection::type() const {
+    return QStringLiteral("sftp");
+}
+
+QString TransporterSFTPConnection::remoteName(const TransporterFile& file) const {
+    if (!m_site->syncRootPath || m_site->syncRootPath->isEmpty())
+        return file.remotePath();
+    return QString(file.remotePath()).remove(*m_site->syncRootPath);
+}
+
+QString TransporterSFTPConnection::fileUrl(const TransporterFile& file) const {
+    return QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(m_path + remoteName(file));
+}
+
+TransporterSFTPConnection::QuoteTarget
+TransporterSFTPConnection::quoteTarget(const QString& remoteName) const {
+    QString base = m_path;
+    if (base.endsWith(QLatin1Char('/')))
+        base.chop(1);
+    const QStringList pieces = base.split(QLatin1Char('/'));
+    const qsizetype home = pieces.indexOf(QStringLiteral("~"));
+    if (home < 0 || pieces.size() < 2)
+        return {QString(), remoteName};
+    // A remote path that ends in "~" has nothing after it: the command path
+    // is the remote name alone.
+    QStringList command = pieces.mid(home + 1);
+    command.append(remoteName);
+    return {pieces.mid(0, home + 1).join(QLatin1Char('/')) + QLatin1Char('/'),
+            command.join(QLatin1Char('/'))};
+}
+
+QStringList TransporterSFTPConnection::keyArguments() const {
+    QStringList arguments;
+    if (m_privateSshKeyPath && !m_privateSshKeyPath->isEmpty())
+        arguments << QStringLiteral("--key") << *m_privateSshKeyPath;
+    if (m_passphrase)
+        arguments << QStringLiteral("--pass") << *m_passphrase;
+    return arguments;
+}
+
+QStringList TransporterSFTPConnection::getArgument(const TransporterFilePtr& file,
+                                                   const QString& localBasePath) {
+    m_localBasePath = localBasePath;
+    QStringList arguments;
+    switch (file->operation()) {
+    case TransporterOperations::List:
+        arguments = {fileUrl(*file),
+                     QStringLiteral("--user"),
+                     credentials(),
+                     QStringLiteral("--list-only"),
+                     QStringLiteral("--progress-bar"),
+                     QStringLiteral("-k")};
+        break;
+    case TransporterOperations::Read:
+        arguments = {fileUrl(*file), QStringLiteral("--user"), credentials(),
+                     QStringLiteral("--progress-bar"), QStringLiteral("-k")};
+        break;
+    case TransporterOperations::Delete: {
+        const QuoteTarget target = quoteTarget(remoteName(*file));
+        arguments = {QStringLiteral("--user"),
+                     credentials(),
+                     QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(target.urlPath),
+                     QStringLiteral("-Q"),
+                     QStringLiteral("rm ") + quoted(target.commandPath),
+                     QStringLiteral("--progress-bar"),
+                     QStringLiteral("-k"),
+                     QStringLiteral("--silent")};
+        break;
+    }
+    default:
+        if (!file->filePath())
+            return {};
+        arguments = {QStringLiteral("-T"),
+                     *file->filePath(),
+                     fileUrl(*file),
+                     QStringLiteral("--user"),
+                     credentials(),
+                     QStringLiteral("--progress-bar"),
+                     QStringLiteral("--ftp-create-dirs"),
+                     QStringLiteral("-k"),
+                     QStringLiteral("--globoff")};
+        break;
+    }
+    return arguments + keyArguments();
+}
+
+QStringList TransporterSFTPConnection::getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) {
+    QStringList arguments;
+    arguments.reserve(files.size() * 3 + 12);
+    for (const TransporterFilePtr& file : files) {
+        Q_ASSERT(file->filePath());
+        if (!file->filePath())
+            continue;
+        arguments << QStringLiteral("-T") << *file->filePath() << fileUrl(*file);
+    }
+    arguments << QStringLiteral("--user") << credentials() << QStringLiteral("--progress-bar")
+              << QStringLiteral("--ftp-create-dirs") << QStringLiteral("--globoff") << QStringLiteral("-v")
+              << QStringLiteral("-k");
+    return arguments + keyArguments();
+}
+
+// One transfer carries all the commands: curl sends every "-Q" of a run, in
+// order, after the login and before the transfer of the URL, wherever they
+// stand on the command line. So the files' "rm" come first and their folders'
+// "rmdir" after them (a folder that still holds files survives, "*" makes
+// curl go on), then the one URL: the folder the commands run in (up to the
+// remote path's "~", else the server's root), which sshd lists as a cheap
+// transfer whose output nobody reads. The options for the whole run follow
+// as in the other batch lists, the key arguments last.
+QStringList TransporterSFTPConnection::getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) {
+    QStringList arguments;
+    QStringList folders;
+    QSet<QString> seen;
+    QString urlPath;
+    for (const TransporterFilePtr& file : files) {
+        const QuoteTarget target = quoteTarget(remoteName(*file));
+        urlPath = target.urlPath;
+        arguments << QStringLiteral("-Q") << QStringLiteral("*rm ") + quoted(target.commandPath);
+        const qsizetype slash = target.commandPath.lastIndexOf(QLatin1Char('/'));
+        const QString folder = slash > 0 ? target.commandPath.left(slash) : QString();
+        if (!folder.isEmpty() && !seen.contains(folder)) {
+            seen.insert(folder);
+            folders.append(folder);
+        }
+    }
+    if (files.isEmpty())
+        urlPath = quoteTarget(QString()).urlPath;
+    for (const QString& folder : folders)
+        arguments << QStringLiteral("-Q") << QStringLiteral("*rmdir ") + quoted(folder);
+    arguments << QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(urlPath)
+              << QStringLiteral("--user") << credentials() << QStringLiteral("--globoff")
+              << QStringLiteral("-#") << QStringLiteral("-k") << QStringLiteral("-v");
+    return arguments + keyArguments();
+}
+
+} // namespace tw

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "transfer/Transporter.h"
+#include "transfer/TransporterDelegate.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace tw::test {
+
+// Writes down every message a transporter sends, in order.
+class RecordingDelegate : public TransporterDelegate {
+public:
+    struct Message {
+        QString kind; // "percent", "complete", "listing", "reading", "all", "allWithErrors", "fail"
+        TransporterFilePtr file;
+        QString text; // error, content, tag
+        double percent = -1;
+        QStringList names;
+    };
+
+    QList<Message> messages;
+
+    void didCompletePercent(const TransporterFilePtr& file, double percent) override {
+        messages.append({QStringLiteral("percent"), file, QString(), percent, {}});
+    }
+    void didComplete(const TransporterFilePtr& file) override {
+        messages.append({QStringLiteral("complete"), file, QString(), -1, {}});
+    }
+    void didCompleteListing(const TransporterFilePtr& file, const QStringList& files) override {
+        messages.append({QStringLiteral("listing"), file, QString(), -1, files});
+    }
+    void didCompleteReadingFile(const TransporterFilePtr& file, const QString& content) override {
+        messages.append({QStringLiteral("reading"), file, content, -1, {}});
+    }
+    void didCompleteAllRequests(const QString& tag) override {
+        messages.append({QStringLiteral("all"), nullptr, tag, -1, {}});
+    }
+    void didCompleteAllWithErrors(const QString& tag) override {
+        messages.append({QStringLiteral("allWithErrors"), nullptr, tag, -1, {}});
+    }
+    void didFail(const TransporterFilePtr& file, const QString& error) override {
+        messages.append({QStringLiteral("fail"), file, error, -1, {}});
+    }
+
+    QStringList kinds() const {
+        QStringList list;
+        for (const Message& message : messages)
+            list.append(message.kind);
+        return list;
+    }
+    int count(const QString& kind) const {
+        int n = 0;
+        for (const Message& message : messages)
+            n += message.kind == kind ? 1 : 0;
+        return n;
+    }
+    // The messages of one kind.
+    QList<Message> of(const QString& kind) const {
+        QList<Message> list;
+        for (const Message& message : messages) {
+            if (message.kind == kind)
+                list.append(message);
+        }
+        return list;
+    }
+    // Whether the run has ended with one of the two completion messages.
+    bool ended() const { return count(QStringLiteral("all")) + count(QStringLiteral("allWithErrors")) > 0; }
+};
+
+} // namespace tw::test
