@@ -43,6 +43,8 @@ PreferencesDialog::PreferencesDialog(QWidget* parent)
     setMinimumWidth(480);
 
     m_maxConnections->setRange(1, maximumConnections);
+    m_maxConnections->setMaximumWidth(
+        m_maxConnections->fontMetrics().horizontalAdvance(QStringLiteral("0000")) + 48);
     m_maxConnections->setToolTip(tr("How many transfers run at the same time during a deployment"));
     m_environmentPaths->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     m_environmentPaths->setPlaceholderText(ScriptRunner().defaultPaths());

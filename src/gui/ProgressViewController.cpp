@@ -233,9 +233,10 @@ void ProgressViewController::dismiss() {
 }
 
 void ProgressViewController::closeEvent(QCloseEvent* event) {
-    // The window manager's close button aborts, as the button does.
-    event->ignore();
+    // Closing the sheet (its window's close button, quitting the
+    // application) aborts, as the button does.
     abortButtonPressed();
+    event->accept();
 }
 
 void ProgressViewController::reject() {

@@ -13,9 +13,12 @@
 #include "model/SiteListActions.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QHBoxLayout>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QSplitter>
+#include <QTabWidget>
 #include <QTimer>
 #include <QToolBar>
 
@@ -75,6 +78,17 @@ int main(int argc, char** argv) {
 
     if (what == u"editor") {
         sidebar->addSiteRequested();
+    } else if (what == u"editor-server") {
+        // The server page of a half-filled SFTP site after a failed save.
+        auto* editor = new SiteEditorDialog(nullptr, interaction, &window);
+        editor->nameField()->setText(QStringLiteral("Company blog"));
+        editor->protocolField()->setCurrentText(QStringLiteral("SFTP"));
+        editor->hostField()->setText(QStringLiteral("sftp://blog.example.org"));
+        editor->portField()->setText(QStringLiteral("22x"));
+        editor->remotePathField()->setText(QStringLiteral("/var/www/blog"));
+        editor->open();
+        editor->validate();
+        editor->tabs()->setCurrentIndex(1);
     } else if (what == u"scripts") {
         auto* editor = new ScriptEditorDialog(Site::newSite(), &window);
         editor->open();
@@ -106,7 +120,7 @@ int main(int argc, char** argv) {
             if (front)
                 front->grab().save(
                     QString(picture).replace(QStringLiteral(".png"), QStringLiteral("-dialog.png")));
-            app.quit();
+            QCoreApplication::exit(0);
         });
     }
     return app.exec();
