@@ -11,20 +11,36 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tw {
 
 namespace {
 
-// The system's temporary folder. When TMPDIR names a folder that does not
-// exist, Qt answers an empty path, which would put the script into the root
-// folder; the folder named is kept instead, so that writing fails there.
+// The folder the script files are written to: a folder of this user's own
+// (mode 0700) inside the system's temporary folder. The script file itself is
+// executable by everybody; in a shared /tmp another user could otherwise
+// change it between writing and running. When TMPDIR names a folder that does
+// not exist, Qt answers an empty path; the folder named is kept instead, so
+// that writing fails there rather than in the root folder.
 QString temporaryFolder() {
-    const QString folder = QDir::tempPath();
-    if (!folder.isEmpty())
-        return folder;
-    return QDir::cleanPath(qEnvironmentVariable("TMPDIR", QStringLiteral("/tmp")));
+    QString base = QDir::tempPath();
+    if (base.isEmpty())
+        base = QDir::cleanPath(qEnvironmentVariable("TMPDIR", QStringLiteral("/tmp")));
+    const QString folder = base + QStringLiteral("/tarnwell-scripts-") + QString::number(::getuid());
+    const QByteArray path = QFile::encodeName(folder);
+    if (::mkdir(path.constData(), S_IRWXU) != 0 && errno != EEXIST)
+        return folder; // writing into it fails and says so
+    struct stat info {};
+    if (::lstat(path.constData(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid()) {
+        // Someone else's folder, or not a folder: never write scripts there.
+        return base + QStringLiteral("/tarnwell-scripts-unusable/") + QString::number(::getuid());
+    }
+    if ((info.st_mode & 0777) != S_IRWXU)
+        ::chmod(path.constData(), S_IRWXU);
+    return folder;
 }
 
 } // namespace

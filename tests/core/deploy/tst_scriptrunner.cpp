@@ -12,6 +12,7 @@
 
 #include <functional>
 #include <optional>
+#include <unistd.h>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
@@ -88,7 +89,14 @@ private slots:
         QCOMPARE(lines.mid(0, 3), (QStringList{u"#!/bin/bash"_s, u"cd "_s + base.path(), script}));
         QCOMPARE(lines.at(3), u"777"_s);
         const QFileInfo file(lines.at(4));
-        QCOMPARE(file.absolutePath(), QDir::tempPath());
+        // In a folder of our own inside the temporary folder: only we may
+        // change an executable-by-everybody file before it runs.
+        QCOMPARE(QFileInfo(file.absolutePath()).absolutePath(), QDir::tempPath());
+        QFileInfo folder(file.absolutePath());
+        QCOMPARE(folder.ownerId(), ::getuid());
+        QCOMPARE(int(folder.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                             QFile::ReadOther | QFile::WriteOther | QFile::ExeOther)),
+                 0);
         QCOMPARE(file.fileName().size(), 36);
         QVERIFY(file.fileName().contains(u'-'));
         QCOMPARE(lines.at(5), base.path());
