@@ -14,6 +14,18 @@ namespace tw {
 
 namespace {
 
+// The button Escape (and closing the box) stands for: "Cancel" when the
+// alert has one, else the first, default button. Never a button that goes on
+// with something ("Force deploy", "No, use mine").
+qsizetype escapeIndex(const QStringList& titles) {
+    const qsizetype cancel = titles.indexOf(QStringLiteral("Cancel"));
+    return cancel >= 0 ? cancel : 0;
+}
+
+QStringList titlesOf(const AlertRequest& alert) {
+    return alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
+}
+
 QMessageBox* makeBox(const AlertRequest& alert, QWidget* parent, QList<QAbstractButton*>* buttons) {
     auto* box = new QMessageBox(parent);
     box->setWindowTitle(AppInfo::productName());
@@ -30,25 +42,24 @@ QMessageBox* makeBox(const AlertRequest& alert, QWidget* parent, QList<QAbstract
     }
     box->setText(alert.message);
     box->setInformativeText(alert.informativeText);
-    const QStringList titles = alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
+    const QStringList titles = titlesOf(alert);
+    const qsizetype escape = escapeIndex(titles);
     for (qsizetype i = 0; i < titles.size(); ++i) {
-        // The first button is the default one; the last of several ends the
-        // box when the person presses Escape.
-        const QMessageBox::ButtonRole role = i == 0                     ? QMessageBox::AcceptRole
-                                             : (i == titles.size() - 1) ? QMessageBox::RejectRole
-                                                                        : QMessageBox::ActionRole;
+        const QMessageBox::ButtonRole role = i == escape ? QMessageBox::RejectRole
+                                             : i == 0    ? QMessageBox::AcceptRole
+                                                         : QMessageBox::ActionRole;
         QPushButton* button = box->addButton(titles.at(i), role);
         buttons->append(button);
         if (i == 0)
             box->setDefaultButton(button);
     }
+    box->setEscapeButton(buttons->at(escape));
     return box;
 }
 
-int indexOf(const QList<QAbstractButton*>& buttons, QAbstractButton* clicked) {
+int indexOf(const QList<QAbstractButton*>& buttons, QAbstractButton* clicked, qsizetype escape) {
     const qsizetype index = buttons.indexOf(clicked);
-    // Closed without a button: the last one (Cancel, or the only button).
-    return static_cast<int>(index >= 0 ? index : buttons.size() - 1);
+    return static_cast<int>(index >= 0 ? index : escape);
 }
 
 } // namespace
@@ -57,7 +68,7 @@ int WidgetInteraction::runModal(const AlertRequest& alert) {
     QList<QAbstractButton*> buttons;
     std::unique_ptr<QMessageBox> box(makeBox(alert, m_window, &buttons));
     box->exec();
-    return indexOf(buttons, box->clickedButton());
+    return indexOf(buttons, box->clickedButton(), escapeIndex(titlesOf(alert)));
 }
 
 void WidgetInteraction::beginSheet(const AlertRequest& alert, std::function<void(int button)> completion) {
@@ -65,10 +76,12 @@ void WidgetInteraction::beginSheet(const AlertRequest& alert, std::function<void
     QMessageBox* box = makeBox(alert, m_window, buttons.get());
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(m_window ? Qt::WindowModal : Qt::ApplicationModal);
-    QObject::connect(box, &QMessageBox::finished, box, [box, buttons, completion = std::move(completion)] {
-        if (completion)
-            completion(indexOf(*buttons, box->clickedButton()));
-    });
+    const qsizetype escape = escapeIndex(titlesOf(alert));
+    QObject::connect(box, &QMessageBox::finished, box,
+                     [box, buttons, escape, completion = std::move(completion)] {
+                         if (completion)
+                             completion(indexOf(*buttons, box->clickedButton(), escape));
+                     });
     box->open();
 }
 

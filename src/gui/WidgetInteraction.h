@@ -9,6 +9,8 @@ namespace tw {
 
 // Asks the person through the desktop's dialogs: message boxes for alerts
 // (a sheet is a window-modal box over the window), file dialogs for panels.
+// Escape, or closing a box, answers its "Cancel" button, or the first button
+// when it has none.
 class WidgetInteraction : public UserInteraction {
 public:
     explicit WidgetInteraction(QWidget* window = nullptr)
