@@ -1,5 +1,6 @@
 #include "SiteEditorDialog.h"
 
+#include "SiteConnectionTester.h"
 #include "app/Preferences.h"
 #include "app/UserInteraction.h"
 #include "git/SiteManager.h"
@@ -198,7 +199,7 @@ QWidget* SiteEditorDialog::buildServerTab() {
     testLayout->addWidget(m_testButton, 0, Qt::AlignTop);
     testLayout->addWidget(m_testResult, 1);
     m_serverForm->addRow(QString(), testRow);
-    setConnectionTester(nullptr);
+    setConnectionTester(SiteConnectionTester::tester());
     return page;
 }
 

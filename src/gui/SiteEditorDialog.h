@@ -80,6 +80,8 @@ public:
     // What the port field shows when it is empty.
     QString portPlaceholder() const;
 
+    // The real test (SiteConnectionTester) unless replaced; none disables
+    // the button.
     void setConnectionTester(ConnectionTester tester);
     void testConnection();
     QString connectionTestResult() const;

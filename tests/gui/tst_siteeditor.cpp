@@ -287,6 +287,8 @@ private slots:
     void connectionTestShowsItsOutcome() {
         test::ScriptedInteraction interaction;
         SiteEditorDialog editor(nullptr, interaction);
+        QVERIFY(editor.testConnectionButton()->isEnabled());
+        editor.setConnectionTester(nullptr);
         QVERIFY(!editor.testConnectionButton()->isEnabled());
 
         SitePtr tested;
