@@ -9,7 +9,7 @@ namespace tw {
 
 namespace {
 
-constexpr int padding = 6;
+constexpr int padding = 10;
 
 QFont hostFont(const QFont& base) {
     QFont font = base;

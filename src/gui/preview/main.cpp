@@ -29,6 +29,18 @@ int main(int argc, char** argv) {
     Preferences::instance().registerDefaultsFromResource();
     const QString what = app.arguments().value(1);
 
+    if (what == u"sites" && SiteListActions::find(QString()) == std::nullopt) {
+        // A few sites to look at (in the preferences of whoever runs it).
+        for (const auto& [name, host] : {std::pair{"Company blog", "ftp.example.org"},
+                                         std::pair{"Shop", "sftp.shop.example.com"}, std::pair{"Docs", ""}}) {
+            SitePtr site = Site::newSite();
+            site->name = QString::fromUtf8(name);
+            if (*host)
+                site->host = QString::fromUtf8(host);
+            SiteListActions::add(site);
+        }
+    }
+
     QMainWindow window;
     WidgetInteraction interaction(&window);
     auto* sidebar = new SitesSidebar(interaction);
