@@ -31,12 +31,12 @@ QDateTime dateFromSeconds(double seconds) {
 
 CheckSumManager::CheckSumManager(std::shared_ptr<Transporter> transporter)
     : m_transporter(std::move(transporter)) {
+    m_timer.setParent(this); // moves with the manager
+    m_timer.setSingleShot(false);
+    connect(&m_timer, &QTimer::timeout, this, &CheckSumManager::timeOutForReading);
     if (QCoreApplication* application = QCoreApplication::instance();
         application && thread() != application->thread())
         moveToThread(application->thread());
-    m_timer.setParent(this);
-    m_timer.setSingleShot(false);
-    connect(&m_timer, &QTimer::timeout, this, &CheckSumManager::timeOutForReading);
 }
 
 CheckSumManager::~CheckSumManager() {

@@ -17,6 +17,9 @@ CurlOutputPipe::CurlOutputPipe(std::chrono::milliseconds pace, QObject* parent)
     m_read = ends[0];
     m_write = ends[1];
     ::fcntl(m_read, F_SETFL, ::fcntl(m_read, F_GETFL) | O_NONBLOCK);
+    // Room for a burst of curl's trace while the reader rests; the system's
+    // size stays when it refuses.
+    ::fcntl(m_write, F_SETPIPE_SZ, pipeSize);
     m_notifier = new QSocketNotifier(m_read, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &CurlOutputPipe::readAvailable);
     m_pace.setSingleShot(true);
@@ -32,6 +35,10 @@ CurlOutputPipe::~CurlOutputPipe() {
     if (m_read >= 0)
         ::close(m_read);
     closeWriteEnd();
+}
+
+void CurlOutputPipe::setPace(std::chrono::milliseconds pace) {
+    m_pace.setInterval(pace);
 }
 
 void CurlOutputPipe::attachAsStandardError(QProcess* process) {

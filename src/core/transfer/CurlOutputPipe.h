@@ -25,7 +25,11 @@ public:
     explicit CurlOutputPipe(std::chrono::milliseconds pace, QObject* parent = nullptr);
     ~CurlOutputPipe() override;
 
+    static constexpr int pipeSize = 1 << 20;
+
     bool isValid() const { return m_read >= 0 && m_write >= 0; }
+    // The rest between two reads.
+    void setPace(std::chrono::milliseconds pace);
     // Makes the pipe the child's standard error; call before start().
     void attachAsStandardError(QProcess* process);
     // The parent's copy of the writing end; call once the process started

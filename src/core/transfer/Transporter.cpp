@@ -19,8 +19,11 @@ namespace {
 
 // How long a terminated curl gets to end before it is killed.
 constexpr int killDelayMilliseconds = 5000;
-// The rest between two reads of a batch run's standard error.
+// The rest between two reads of a batch run's standard error; longer once
+// the upload reader's counter has run past the batch, since from then on no
+// chunk is looked at any more (only the end of the run matters).
 constexpr std::chrono::milliseconds batchReadPace{10};
+constexpr std::chrono::milliseconds idleReadPace{100};
 
 // Marks the process whose signal is being handled, so that a transporter
 // destroyed from within a delegate message does not delete that process
@@ -174,7 +177,13 @@ void Transporter::run() {
     m_errorString = QString();
     if (m_queue.isEmpty())
         return;
-    const QList<TransporterFilePtr> snapshot = m_queue;
+    // The items that fit under the bound, taken before any starts: only
+    // those can start, and a copy of them alone keeps a long queue from being
+    // copied on every run.
+    const qint64 room = m_maxSimultaneousConnectinos - m_connectionPool.size();
+    if (room <= 0)
+        return;
+    const QList<TransporterFilePtr> snapshot = m_queue.first(std::min<qint64>(room, m_queue.size()));
     for (const TransporterFilePtr& file : snapshot) {
         if (m_connectionPool.size() >= m_maxSimultaneousConnectinos)
             break;
@@ -371,11 +380,14 @@ void Transporter::launchBatch(const BatchPtr& batch) {
     if (paced) {
         process->setStandardErrorFile(QProcess::nullDevice());
         pipe->attachAsStandardError(process);
-        connect(pipe, &CurlOutputPipe::chunkRead, process, [this, process, batch](const QByteArray& chunk) {
-            const auto keep = weak_from_this().lock();
-            const Dispatching dispatching(m_dispatching, process);
-            handleBatchChunk(*batch, chunk);
-        });
+        connect(pipe, &CurlOutputPipe::chunkRead, process,
+                [this, process, batch, pipe](const QByteArray& chunk) {
+                    const auto keep = weak_from_this().lock();
+                    const Dispatching dispatching(m_dispatching, process);
+                    handleBatchChunk(*batch, chunk);
+                    if (batch->isUpload && batch->counter >= m_currentMultiQueue.size())
+                        pipe->setPace(idleReadPace);
+                });
     } else {
         connect(process, &QProcess::readyReadStandardError, process, [this, process, batch] {
             const auto keep = weak_from_this().lock();

@@ -39,6 +39,12 @@ namespace tw {
 // TransporterDelegate). One transporter serves one piece of work at a time:
 // do not start a run while another one is active.
 //
+// A curl that cannot be started (its file missing or not executable) fails
+// its work with a text saying so ("Could not start curl at ..."): in single
+// mode the item gets didFail and the run ends with didCompleteAllWithErrors;
+// in batch mode the group's first item gets didFail and the run is abandoned
+// without a completion message, as after a curl error in a batch upload.
+//
 // A transporter is usually held by a std::shared_ptr (Deployer makes it so);
 // then it stays alive until the delegate message being sent has returned,
 // even if the delegate lets go of it. Destroying it kills its processes.

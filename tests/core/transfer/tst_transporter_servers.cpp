@@ -2,14 +2,21 @@
 // on loopback: files are uploaded, listed, read and deleted in both modes
 // over every transport, and the results are checked on the servers' disks.
 //
-// What the batch parsers report on a real run: curl 8.14 writes its verbose
-// output in many small reads (dozens per file), and the batch upload parser
-// counts one read per item, so its counter runs past the batch within the
-// first file or two. Only those first reads are looked at: a run of N
-// uploads reports a handful of didComplete messages (not N), and a curl
-// error later in the run (a refused login included) is not seen at all: the
-// run then ends with didCompleteAllRequests although nothing arrived. The
-// tests below write down these counts rather than rely on them.
+// What the batch parsers report on a real run. They count chunks, not
+// lines: the upload reader takes every chunk to be about the next item. curl
+// 8.14 writes its "-v" trace in dozens of small pieces per file; the engine
+// reads a batch's standard error at a steady pace (every 10 ms), so a chunk
+// holds what curl wrote meanwhile. A run of 500 uploads therefore reports
+// some 25 to 35 didComplete messages (one per chunk holding a meter), all for
+// the first items of the batch built last; a second batch of the same run
+// reports nothing. A curl error is seen only within those first chunks (a
+// closed port is); a later one falls past the batch and is not seen, and the
+// run ends with didCompleteAllRequests. A refused login comes after the
+// server's delay of seconds, while the meter's frames run the count past the
+// batch: not seen either. The delete reader moves on only with a confirmed
+// delete, so over FTP it marks refusals on the items it is at; over SFTP only
+// the final listing's "bytes data]" counts. The tests write these counts
+// down (qInfo) and check the servers' disks instead.
 
 #include "FtpServer.h"
 #include "RecordingDelegate.h"
@@ -346,8 +353,11 @@ void TestTransporterServers::syncRoot() {
     QVERIFY(!QFileInfo::exists(m_ftp->homeFolder() + u"/synced/web"_s));
 }
 
-// A refused login: single mode reports it; the batch parser does not see it
-// (the server's answer comes after many reads of verbose output).
+// A refused login: single mode reports it. A batch run does not see it:
+// while the server takes its seconds to refuse, curl's meter animates, every
+// frame a chunk, and the count has run past the batch when the error comes.
+// The run ends as a success with nothing on the server (a deployment learns
+// of the wrong password earlier, when it reads the record in single mode).
 void TestTransporterServers::wrongCredentials() {
     auto single = transporter(Transport::Passive, u"denied"_s, u"wrong"_s);
     auto batch = transporter(Transport::Passive, u"denied"_s, u"wrong"_s);
@@ -374,8 +384,7 @@ void TestTransporterServers::wrongCredentials() {
     QCOMPARE(singleDelegate.messages[1].text, u"(67) Access denied: 530"_s);
     QCOMPARE(sftpDelegate.kinds(), (QStringList{u"percent"_s, u"fail"_s, u"allWithErrors"_s}));
     QCOMPARE(sftpDelegate.messages[1].text, u"(67) Authentication failure"_s);
-    qInfo("batch upload with a wrong password reported: %s", qPrintable(batchDelegate.kinds().join(u", "_s)));
-    QVERIFY(batchDelegate.ended() || batchDelegate.count(u"fail"_s) == 1);
+    QCOMPARE(batchDelegate.kinds(), QStringList{u"all"_s});
     QVERIFY(!QFileInfo::exists(m_ftp->homeFolder() + u"/denied/denied.txt"_s));
     QVERIFY(!QFileInfo::exists(m_ssh->remoteFolder() + u"/denied/denied.txt"_s));
 }
@@ -395,8 +404,8 @@ void TestTransporterServers::serverNotRunning() {
     QCOMPARE(singleDelegate.kinds(), (QStringList{u"percent"_s, u"fail"_s, u"allWithErrors"_s}));
     QVERIFY2(singleDelegate.messages[1].text.startsWith(u"(7) Failed to connect to 127.0.0.1 port "_s),
              qPrintable(singleDelegate.messages[1].text));
-    qInfo("batch upload to a closed port reported: %s (%s)", qPrintable(batchDelegate.kinds().join(u", "_s)),
-          qPrintable(batchDelegate.of(u"fail"_s).value(0).text));
+    QCOMPARE(batchDelegate.kinds(), QStringList{u"fail"_s});
+    QVERIFY(batchDelegate.messages[0].text.startsWith(u"(7) Failed to connect to 127.0.0.1 port "_s));
 }
 
 // An abort while the first of three batches runs: nothing runs afterwards,
