@@ -1,0 +1,136 @@
+#include "StatusCommand.h"
+
+#include "DeploySession.h"
+#include "SiteSelection.h"
+#include "Terminal.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace tw::cli {
+
+namespace {
+
+QJsonValue textOrNull(const std::optional<QString>& text) {
+    return text ? QJsonValue(*text) : QJsonValue(QJsonValue::Null);
+}
+
+} // namespace
+
+StatusCommand::StatusCommand() {
+    name = QStringLiteral("status");
+    synopsis = QStringLiteral("[SITE]");
+    maximumArguments = 1;
+    description = QStringLiteral("Show what a deployment would send now, or why there is nothing to send.");
+    details = QStringLiteral(
+        "The files are listed with git's change letters (A added, M modified, D deleted, ...). When there is "
+        "no list, the reason is the text the window shows in its place.\n"
+        "\n"
+        "Exit code 0 when the list could be made (also when everything is deployed), 7 when it cannot: no "
+        "repository, or another branch checked out.\n"
+        "\n"
+        "With --json: an object with the keys site (index, name), state (\"toDeploy\", \"allDeployed\", "
+        "\"notRepository\", \"wrongBranch\" or \"noFolder\"), message (the text shown in place of the list, "
+        "or "
+        "null), deployBranch, checkedOutBranch, lastDeployedCommit, files (an array of objects with path and "
+        "change) and alwaysUploaded (the paths uploaded with every deployment).");
+    options = {QCommandLineOption(QStringLiteral("json"), QStringLiteral("Print JSON for scripts."))};
+}
+
+int StatusCommand::run(const QCommandLineParser& parser) {
+    Terminal& terminal = Terminal::instance();
+    const auto index = SiteSelection::resolve(parser.positionalArguments().value(0));
+    if (!index)
+        return toInt(ExitCode::SetupError);
+    SiteSelection selection(*index);
+    DeploySession session(PresetAnswers(), false);
+    session.load();
+    ViewController& controller = session.controller();
+    const SitePtr site = controller.currentSite;
+    if (!site)
+        return fail(ExitCode::SetupError, QStringLiteral("The site could not be loaded."));
+
+    const std::optional<QString> problem = session.listingProblem();
+    QString state;
+    std::optional<QString> message;
+    if (problem) {
+        message = *problem;
+        if (!site->localPath || site->localPath->isEmpty())
+            state = QStringLiteral("noFolder");
+        else if (session.view().placeholder() == TerminalDeployView::Placeholder::NotValidRepository)
+            state = QStringLiteral("notRepository");
+        else
+            state = QStringLiteral("wrongBranch");
+    } else if (controller.hasFilesToUpload()) {
+        state = QStringLiteral("toDeploy");
+        if (controller.files->isEmpty())
+            message = QStringLiteral("All files deployed. Good work!");
+    } else {
+        state = QStringLiteral("allDeployed");
+        message = QStringLiteral("All files deployed. Good work!");
+    }
+
+    QStringList always;
+    if (site->mandatoryFiles) {
+        for (const FilePtr& file : *site->mandatoryFiles)
+            always.append(file->pathWithFilename.value_or(QString()));
+    }
+    const CommitPtr& last = site->lastCommitDeployed;
+    const std::optional<QString> lastSha1 =
+        last && last->sha1 && !last->sha1->isEmpty() ? last->sha1 : std::optional<QString>();
+    const ExitCode code = problem ? ExitCode::SetupError : ExitCode::Success;
+
+    if (parser.isSet(QStringLiteral("json"))) {
+        QJsonObject object;
+        object.insert(QStringLiteral("site"), QJsonObject{{QStringLiteral("index"), *index},
+                                                          {QStringLiteral("name"), textOrNull(site->name)}});
+        object.insert(QStringLiteral("state"), state);
+        object.insert(QStringLiteral("message"), textOrNull(message));
+        object.insert(QStringLiteral("deployBranch"), textOrNull(site->deployBranch));
+        object.insert(QStringLiteral("checkedOutBranch"), textOrNull(controller.checkOutedBranch()));
+        object.insert(QStringLiteral("lastDeployedCommit"), textOrNull(lastSha1));
+        QJsonArray files;
+        if (controller.files) {
+            for (const FilePtr& file : *controller.files) {
+                files.append(QJsonObject{{QStringLiteral("path"), textOrNull(file->pathWithFilename)},
+                                         {QStringLiteral("change"), textOrNull(file->gitStatus)}});
+            }
+        }
+        object.insert(QStringLiteral("files"), files);
+        object.insert(QStringLiteral("alwaysUploaded"), QJsonArray::fromStringList(always));
+        terminal.out(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Indented)));
+        return toInt(code);
+    }
+
+    QString heading = QStringLiteral("Site %1, branch %2, ")
+                          .arg(SiteSelection::describe(*index, site), site->deployBranch.value_or(QString()));
+    heading += lastSha1 ? QStringLiteral("last deployed commit %1.").arg(*lastSha1)
+                        : QStringLiteral("never deployed.");
+    terminal.outLine(heading);
+    if (problem) {
+        terminal.outLine(*problem);
+        return toInt(code);
+    }
+    if (!controller.files->isEmpty()) {
+        const DeploySession::Counts counts = session.counts();
+        terminal.outLine(QStringLiteral("%1 to deploy (%2 to upload, %3 to delete):")
+                             .arg(controller.files->size() == 1
+                                      ? QStringLiteral("1 file")
+                                      : QStringLiteral("%1 files").arg(controller.files->size()))
+                             .arg(counts.uploads)
+                             .arg(counts.deletions));
+        for (const FilePtr& file : *controller.files)
+            terminal.outLine(QStringLiteral("  %1  %2")
+                                 .arg(file->gitStatus.value_or(QStringLiteral("?")), -2)
+                                 .arg(file->pathWithFilename.value_or(QString())));
+    } else {
+        terminal.outLine(*message);
+    }
+    if (!always.isEmpty())
+        terminal.outLine(QStringLiteral("Uploaded with every deployment: ") +
+                         always.join(QStringLiteral(", ")));
+    return toInt(code);
+}
+
+} // namespace tw::cli

@@ -1,0 +1,279 @@
+#include "CliRunner.h"
+#include "FtpServer.h"
+#include "GitRepository.h"
+#include "ServerProcess.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QTest>
+
+#include <csignal>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Every file under a folder, relative, sorted.
+QStringList tree(const QString& folder) {
+    QStringList files;
+    QDirIterator walk(folder, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
+                      QDirIterator::Subdirectories);
+    while (walk.hasNext())
+        files.append(QDir(folder).relativeFilePath(walk.next()));
+    files.sort();
+    return files;
+}
+
+// Processes whose command line mentions the text (curl runs of one server).
+int processesMentioning(const QByteArray& text) {
+    int count = 0;
+    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray commandLine = readFile(u"/proc/"_s + pid + u"/cmdline"_s);
+        if (commandLine.startsWith("/") && commandLine.contains("curl") && commandLine.contains(text))
+            ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+// The built tarnwell-cli against a real FTP server: add, status, deploy and
+// its exit codes, a question without an answer, scripts, Ctrl-C and watch.
+class TestCliDeploy : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<test::FtpServer> m_ftp;
+
+    QString www() const { return m_ftp->homeFolder() + u"/www"_s; }
+    QString record() const { return QString::fromUtf8(readFile(www() + u"/.tarnwell"_s)); }
+
+    test::CliResult addSite(const test::CliRunner& cli, const test::GitRepository& repo,
+                            const QStringList& more = {}) const {
+        return cli.run(QStringList{u"add"_s, u"--name"_s, u"Blog"_s, u"--folder"_s, repo.path(), u"--host"_s,
+                                   test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()),
+                                   u"--user"_s, test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s,
+                                   u"--password-stdin"_s} +
+                           more,
+                       test::FtpServer::password().toUtf8() + '\n');
+    }
+
+    static QString lastDeployed(const test::CliRunner& cli) {
+        return cli.json({u"sites"_s, u"--json"_s})
+            .array()
+            .at(0)
+            .toObject()
+            .value(u"lastDeployedCommit"_s)
+            .toString();
+    }
+
+private slots:
+    void initTestCase() {
+        test::TestEnvironment::isolate();
+        m_ftp = std::make_unique<test::FtpServer>();
+    }
+
+    void init() {
+        TW_REQUIRE_SERVER(*m_ftp);
+        QDir(www()).removeRecursively();
+        // The remote folder exists, as on a real server.
+        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
+        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+    }
+
+    void addStatusDeployStatus() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "<h1>one</h1>");
+        repo.write(u"old.html"_s, "old");
+        repo.write(u"css/site.css"_s, "body{}");
+        const QString first = repo.commitAll(u"first"_s);
+        test::CliResult r = addSite(cli, repo);
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+
+        QJsonObject status = cli.json({u"status"_s, u"--json"_s}).object();
+        QCOMPARE(status.value(u"state"_s).toString(), u"toDeploy"_s);
+        QCOMPARE(status.value(u"files"_s).toArray().size(), 3);
+
+        r = cli.run({u"deploy"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY2(r.out.contains(u"Deployed site 0 \u201cBlog\u201d: commit "_s + first),
+                 r.describe().constData());
+        // Without a terminal the progress comes as plain lines.
+        QVERIFY2(r.err.contains(u"Preflight checks\u2026\n"_s), r.describe().constData());
+        QVERIFY(r.err.contains(u"Uploading files\u2026\n"_s));
+        QCOMPARE(tree(www()),
+                 (QStringList{u".tarnwell"_s, u"css/site.css"_s, u"index.html"_s, u"old.html"_s}));
+        QVERIFY2(record().startsWith(first + u","_s) && record().endsWith(u",main"_s), qPrintable(record()));
+        QCOMPARE(lastDeployed(cli), first);
+
+        // Nothing left: the placeholder's text, and deploy says so with its own code.
+        r = cli.run({u"status"_s});
+        QCOMPARE(r.exitCode, 0);
+        QVERIFY2(r.out.contains(u"All files deployed. Good work!"_s), r.describe().constData());
+        status = cli.json({u"status"_s, u"--json"_s}).object();
+        QCOMPARE(status.value(u"state"_s).toString(), u"allDeployed"_s);
+        QCOMPARE(status.value(u"lastDeployedCommit"_s).toString(), first);
+        r = cli.run({u"deploy"_s});
+        QCOMPARE(r.exitCode, 3);
+        QVERIFY2(r.err.contains(u"Nothing to deploy"_s), r.describe().constData());
+
+        // A commit that modifies, adds and deletes: exactly those go.
+        repo.write(u"index.html"_s, "<h1>two</h1>");
+        repo.write(u"new.html"_s, "new");
+        repo.remove(u"old.html"_s);
+        const QString second = repo.commitAll(u"second"_s);
+        QMap<QString, QString> changes;
+        for (const QJsonValue& file :
+             cli.json({u"status"_s, u"--json"_s}).object().value(u"files"_s).toArray())
+            changes.insert(file[u"path"_s].toString(), file[u"change"_s].toString());
+        QCOMPARE(changes, (QMap<QString, QString>{
+                              {u"index.html"_s, u"M"_s}, {u"new.html"_s, u"A"_s}, {u"old.html"_s, u"D"_s}}));
+        r = cli.run({u"deploy"_s, u"--quiet"_s, u"Blog"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY(!r.err.contains(u"Uploading files"_s));
+        QCOMPARE(tree(www()),
+                 (QStringList{u".tarnwell"_s, u"css/site.css"_s, u"index.html"_s, u"new.html"_s}));
+        QCOMPARE(readFile(www() + u"/index.html"_s), QByteArray("<h1>two</h1>"));
+        QVERIFY(record().startsWith(second + u","_s));
+        QCOMPARE(cli.run({u"deploy"_s}).exitCode, 3);
+    }
+
+    void foreignRecordWithoutAnswerChangesNothing() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        const QString first = repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo).exitCode, 0);
+        test::CliResult r = cli.run({u"deploy"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        repo.write(u"b.txt"_s, "2");
+        const QString second = repo.commitAll(u"two"_s);
+
+        // Someone deployed another branch to the server.
+        const QByteArray foreign = "deadbee,100.0,other";
+        QVERIFY(m_ftp->writeFile(u"www/.tarnwell"_s, foreign));
+        const qsizetype uploads = readFile(m_ftp->transferLogPath()).count("\"PUT ");
+
+        r = cli.run({u"deploy"_s});
+        QCOMPARE(r.exitCode, 4);
+        QVERIFY2(r.err.contains(u"Target site was last deployed with a different branch"_s),
+                 r.describe().constData());
+        QVERIFY(r.err.contains(u"Last target site deployment was done using branch \"other\"."_s));
+        QVERIFY(r.err.contains(u"--force"_s));
+        QVERIFY(r.err.contains(u"Nothing was transferred."_s));
+        // A server-commit answer does not answer a branch question.
+        QCOMPARE(cli.run({u"deploy"_s, u"--use-server-commit"_s}).exitCode, 4);
+        r = cli.run({u"deploy"_s, u"--answer"_s, u"Cancel"_s});
+        QCOMPARE(r.exitCode, 5);
+        QVERIFY(!QFile::exists(www() + u"/b.txt"_s));
+        QCOMPARE(readFile(www() + u"/.tarnwell"_s), foreign);
+        QCOMPARE(readFile(m_ftp->transferLogPath()).count("\"PUT "), uploads);
+        QCOMPARE(lastDeployed(cli), first);
+
+        r = cli.run({u"deploy"_s, u"--force"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY(r.err.contains(u"Answered \u201cForce deploy\u201d"_s));
+        QVERIFY(QFile::exists(www() + u"/b.txt"_s));
+        QVERIFY(record().startsWith(second + u","_s) && record().endsWith(u",main"_s));
+    }
+
+    void scriptAndConnectionErrors() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo, {u"--pre-deploy-local"_s, u"echo preparing\nexit 3"_s}).exitCode, 0);
+
+        test::CliResult r = cli.run({u"deploy"_s});
+        QCOMPARE(r.exitCode, 6);
+        QVERIFY2(r.err.contains(u"An error occured when running script"_s), r.describe().constData());
+        QVERIFY(!QFile::exists(www() + u"/index.html"_s));
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
+
+        QCOMPARE(cli.run({u"edit"_s, u"Blog"_s, u"--pre-deploy-local"_s, QString()}).exitCode, 0);
+
+        // The connection test leaves its file in the remote path.
+        r = cli.run({u"test"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY(QFile::exists(www() + u"/.test"_s));
+
+        // A server that does not answer: the record cannot be read, nothing goes.
+        const QString closedPort = QString::number(test::ServerProcess::freePort());
+        QCOMPARE(cli.run({u"edit"_s, u"Blog"_s, u"--port"_s, closedPort}).exitCode, 0);
+        r = cli.run({u"deploy"_s});
+        QCOMPARE(r.exitCode, 8);
+        QVERIFY2(r.err.contains(u"An error occured!"_s) && r.err.contains(u"(7)"_s),
+                 r.describe().constData());
+        QVERIFY(!QFile::exists(www() + u"/index.html"_s));
+        QVERIFY(lastDeployed(cli).isEmpty());
+        r = cli.run({u"test"_s});
+        QCOMPARE(r.exitCode, 8);
+        QVERIFY2(r.err.contains(u"The connection test failed: (7)"_s), r.describe().constData());
+    }
+
+    void interruptAbortsEveryCurl() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        for (int i = 0; i < 1500; ++i)
+            repo.write(u"files/f%1.txt"_s.arg(i), QByteArray(256, 'x'));
+        repo.commitAll(u"many"_s);
+        QCOMPARE(addSite(cli, repo).exitCode, 0);
+
+        const std::unique_ptr<QProcess> deploy = cli.start({u"deploy"_s});
+        QByteArray progress;
+        QTRY_VERIFY_WITH_TIMEOUT((progress += deploy->readAllStandardError()).contains(" files done, "),
+                                 60000);
+        ::kill(static_cast<pid_t>(deploy->processId()), SIGINT);
+        QVERIFY(deploy->waitForFinished(20000));
+        const test::CliResult r = test::CliRunner::collect(*deploy);
+        QCOMPARE(r.exitCode, 130);
+        QVERIFY2(r.err.contains(u"Interrupted"_s), r.describe().constData());
+        QCOMPARE(processesMentioning("127.0.0.1:" + QByteArray::number(m_ftp->port())), 0);
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
+        QVERIFY(tree(www()).size() < 1500);
+        QVERIFY(lastDeployed(cli).isEmpty());
+    }
+
+    void watchDeploysEveryCommit() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "one");
+        repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo).exitCode, 0);
+        test::CliResult r = cli.run({u"watch"_s});
+        QCOMPARE(r.exitCode, 7);
+        QVERIFY2(r.err.contains(u"Automatic deployment is off"_s), r.describe().constData());
+        QCOMPARE(cli.run({u"edit"_s, u"Blog"_s, u"--auto-deploy"_s}).exitCode, 0);
+
+        const std::unique_ptr<QProcess> watch = cli.start({u"watch"_s, u"Blog"_s});
+        QByteArray out;
+        QTRY_VERIFY_WITH_TIMEOUT((out += watch->readAllStandardOutput()).contains("Watching site"), 20000);
+        QVERIFY(out.contains("1 file(s) wait for the next commit"));
+        repo.write(u"index.html"_s, "two");
+        const QString second = repo.commitAll(u"two"_s);
+        const QByteArray deployed = QByteArray("Deployed commit ").append(second.toUtf8());
+        QTRY_VERIFY_WITH_TIMEOUT((out += watch->readAllStandardOutput()).contains(deployed), 30000);
+        QVERIFY(record().startsWith(second + u","_s));
+        QCOMPARE(readFile(www() + u"/index.html"_s), QByteArray("two"));
+
+        ::kill(static_cast<pid_t>(watch->processId()), SIGINT);
+        QVERIFY(watch->waitForFinished(20000));
+        r = test::CliRunner::collect(*watch);
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY(r.out.contains(u"Stopped watching."_s));
+        QCOMPARE(lastDeployed(cli), second);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliDeploy)
+#include "tst_cli_deploy.moc"
