@@ -46,6 +46,8 @@ void ProgressPrinter::show() {
     m_remaining.reset();
     m_total.reset();
     m_lastUpdate.start();
+    // Plain count lines start after a second: a short deployment needs none.
+    m_lastPlainLine.start();
     m_timer.start();
     redraw();
 }
@@ -149,7 +151,7 @@ void ProgressPrinter::printPlain(bool force) {
         return;
     if (m_printedRemaining == m_remaining)
         return;
-    if (!force && m_lastPlainLine.isValid() && m_lastPlainLine.elapsed() < 1000)
+    if (!force && m_lastPlainLine.elapsed() < 1000)
         return;
     m_lastPlainLine.start();
     m_printedRemaining = m_remaining;

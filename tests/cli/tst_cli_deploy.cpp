@@ -231,7 +231,7 @@ private slots:
 
         const std::unique_ptr<QProcess> deploy = cli.start({u"deploy"_s});
         QByteArray progress;
-        QTRY_VERIFY_WITH_TIMEOUT((progress += deploy->readAllStandardError()).contains(" files done, "),
+        QTRY_VERIFY_WITH_TIMEOUT((progress += deploy->readAllStandardError()).contains("Uploading files"),
                                  60000);
         ::kill(static_cast<pid_t>(deploy->processId()), SIGINT);
         QVERIFY(deploy->waitForFinished(20000));
