@@ -556,15 +556,39 @@ void Transporter::captureResult(const TransporterFilePtr& file, const QByteArray
 // looked at).
 void Transporter::captureMultiUploadResponse(qsizetype& counter, const QByteArray& chunk) {
     const qsizetype index = counter++;
-    if (index < 0 || index >= m_currentMultiQueue.size())
+    if (m_currentMultiQueue.isEmpty())
         return;
-    const TransporterFilePtr file = m_currentMultiQueue.at(index);
+    const bool counted = index >= 0 && index < m_currentMultiQueue.size();
     const std::optional<QString> text = TransporterOutput::decode(chunk);
     if (!text)
         return;
     const bool debug = debugEnabled();
-    if (debug)
+    if (debug && counted)
         Logger::sharedInstance().debugLog(*text);
+
+    // A curl error fails the run whatever the count says. The count assumes
+    // one chunk per file, but curl 8.14 writes its trace in dozens of reads
+    // per file, so the count runs past the group long before the end, and
+    // the error can follow a meter frame in the same read. Read by the count
+    // alone, a refused upload would end as a success and the server's record
+    // would claim files that never arrived. Past the group, the error goes to
+    // the group's last item.
+    if (TransporterOutput::isCurlError(*text)) {
+        const TransporterFilePtr file = counted ? m_currentMultiQueue.at(index) : m_currentMultiQueue.last();
+        writeLog(QStringLiteral("Transporter: ") + *text + QLatin1Char(' ') + file->remotePath());
+        if (m_isTerminating)
+            return;
+        m_errorString = *text;
+        file->m_hasError = true;
+        m_isTerminating = true;
+        terminateAllTasks();
+        if (m_delegate)
+            m_delegate->didFail(file, TransporterOutput::cleanErrorText(*text));
+        return;
+    }
+    if (!counted)
+        return;
+    const TransporterFilePtr file = m_currentMultiQueue.at(index);
     if (text->contains(QLatin1Char('%'))) {
         const std::optional<double> percent = TransporterOutput::batchPercent(*text);
         if (percent && m_delegate) {
@@ -579,19 +603,7 @@ void Transporter::captureMultiUploadResponse(qsizetype& counter, const QByteArra
                      file->remotePath());
         if (m_delegate)
             m_delegate->didComplete(file);
-        return;
     }
-    if (!TransporterOutput::isCurlError(*text))
-        return;
-    writeLog(QStringLiteral("Transporter: ") + *text + QLatin1Char(' ') + file->remotePath());
-    if (m_isTerminating)
-        return;
-    m_errorString = *text;
-    file->m_hasError = true;
-    m_isTerminating = true;
-    terminateAllTasks();
-    if (m_delegate)
-        m_delegate->didFail(file, TransporterOutput::cleanErrorText(*text));
 }
 
 // The counter moves on only with a delete that worked: failures and other

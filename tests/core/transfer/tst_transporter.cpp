@@ -335,9 +335,9 @@ void TestTransporter::batchUploadParser() {
 }
 
 // A curl error in a batch upload aborts the whole run: no later batch, no
-// completion message. With a delete queued too, the chunks are counted
-// against the delete batch (built last), so the error falls outside it, is
-// not looked at, and the run goes on to the deletes and ends successfully.
+// completion message. It does so wherever it comes: after the count has run
+// past the group (with a delete queued too, the chunks are counted against
+// the delete batch, built last), and behind a meter frame in the same read.
 void TestTransporter::batchUploadErrorAbortsTheRun() {
     const QString script = uR"(
         err 226-File successfully transferred\n
@@ -372,10 +372,27 @@ void TestTransporter::batchUploadErrorAbortsTheRun() {
     const TransporterFilePtr old = transporter->deleteFile(u"old.txt"_s);
     transporter->runMulti();
     QTRY_COMPARE(idle.count(), 2);
-    QCOMPARE(m_fake->invocationCount(), 3);
-    QCOMPARE(delegate.kinds(), (QStringList{u"complete"_s, u"all"_s}));
+    QCOMPARE(m_fake->invocationCount(), 2); // the delete batch never starts
+    QCOMPARE(delegate.kinds(), (QStringList{u"complete"_s, u"fail"_s}));
     QCOMPARE(delegate.messages[0].file, old);
-    QVERIFY(!files[1]->hasError());
+    QCOMPARE(delegate.messages[1].file, old);
+    QCOMPARE(delegate.messages[1].text, u"(25) Failed FTP upload: 553"_s);
+
+    // One file, its trace in many reads and the error behind a meter frame.
+    QVERIFY(m_fake->setScript(3, uR"(
+        err * Connected to srv1 (127.0.0.1) port 21\n
+        err > STOR index.html\n
+        err < 553 Can't open that file: Permission denied\n
+        err \r######################################## 100.0%curl: (25) Failed FTP upload: 553\n
+        exit 25
+    )"_s));
+    delegate.messages.clear();
+    const TransporterFilePtr only = transporter->uploadFile(u"/l/index.html"_s, u"index.html"_s);
+    transporter->runMulti();
+    QTRY_COMPARE(idle.count(), 3);
+    QCOMPARE(delegate.kinds().last(), u"fail"_s);
+    QCOMPARE(delegate.messages.last().file, only);
+    QCOMPARE(delegate.messages.last().text, u"(25) Failed FTP upload: 553"_s);
 }
 
 // The counter moves on only with a delete that worked; a refused delete

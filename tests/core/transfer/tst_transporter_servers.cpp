@@ -353,11 +353,10 @@ void TestTransporterServers::syncRoot() {
     QVERIFY(!QFileInfo::exists(m_ftp->homeFolder() + u"/synced/web"_s));
 }
 
-// A refused login: single mode reports it. A batch run does not see it:
-// while the server takes its seconds to refuse, curl's meter animates, every
-// frame a chunk, and the count has run past the batch when the error comes.
-// The run ends as a success with nothing on the server (a deployment learns
-// of the wrong password earlier, when it reads the record in single mode).
+// A refused login is reported in single and in batch mode. In a batch run
+// curl's meter animates while the server takes its seconds to refuse, every
+// frame a chunk, so the count has run past the batch when the error comes:
+// the error counts all the same.
 void TestTransporterServers::wrongCredentials() {
     auto single = transporter(Transport::Passive, u"denied"_s, u"wrong"_s);
     auto batch = transporter(Transport::Passive, u"denied"_s, u"wrong"_s);
@@ -384,7 +383,10 @@ void TestTransporterServers::wrongCredentials() {
     QCOMPARE(singleDelegate.messages[1].text, u"(67) Access denied: 530"_s);
     QCOMPARE(sftpDelegate.kinds(), (QStringList{u"percent"_s, u"fail"_s, u"allWithErrors"_s}));
     QCOMPARE(sftpDelegate.messages[1].text, u"(67) Authentication failure"_s);
-    QCOMPARE(batchDelegate.kinds(), QStringList{u"all"_s});
+    // The batch run reports it too, however many reads the server's delay
+    // cut curl's output into.
+    QCOMPARE(batchDelegate.kinds().last(), u"fail"_s);
+    QCOMPARE(batchDelegate.messages.last().text, u"(67) Access denied: 530"_s);
     QVERIFY(!QFileInfo::exists(m_ftp->homeFolder() + u"/denied/denied.txt"_s));
     QVERIFY(!QFileInfo::exists(m_ssh->remoteFolder() + u"/denied/denied.txt"_s));
 }
