@@ -294,11 +294,9 @@ void ViewController::prepareDeployFiles() {
         Preferences::instance().integerValue(QStringLiteral("maxConnections")));
 
     later([this] {
-        progressVC = m_view.performProgressSegue();
-        if (progressVC) {
-            progressVC->setDelegate(this);
+        showProgress();
+        if (progressVC)
             progressVC->setTextLabel(QStringLiteral("Preflight checks\u2026"));
-        }
     });
     preflightCheck();
 }
@@ -338,10 +336,31 @@ void ViewController::preflightCheck() {
     });
 }
 
-void ViewController::alertWrongBranch(const QString& branch) {
+void ViewController::showProgress() {
+    progressVC = m_view.performProgressSegue();
+    if (progressVC)
+        progressVC->setDelegate(this);
+}
+
+void ViewController::closeProgress() {
     if (progressVC)
         progressVC->deployFinished();
     isDeploying = false;
+}
+
+void ViewController::askToForceDeploy(const AlertRequest& alert) {
+    m_view.beginSheet(alert, [this, message = alert.message](int button) {
+        if (button == 0) {
+            forceDeploy();
+        } else {
+            isDeploying = false;
+            end(DeployOutcome::Cancelled, message);
+        }
+    });
+}
+
+void ViewController::alertWrongBranch(const QString& branch) {
+    closeProgress();
     const AlertRequest alert =
         warning(QStringLiteral("Target site was last deployed with a different branch"),
                 QStringLiteral(
@@ -349,20 +368,11 @@ void ViewController::alertWrongBranch(const QString& branch) {
                     "deploying or force deployment with your current branch %2 (not recommended).")
                     .arg(branch, currentSite->deployBranch.value_or(QString())),
                 {QStringLiteral("Force deploy"), QStringLiteral("Cancel")});
-    m_view.beginSheet(alert, [this, alert](int button) {
-        if (button == 0) {
-            forceDeploy();
-        } else {
-            isDeploying = false;
-            end(DeployOutcome::Cancelled, alert.message);
-        }
-    });
+    askToForceDeploy(alert);
 }
 
 void ViewController::alertOtherCommitDetected(const QString& sha1, const std::optional<QDateTime>&) {
-    if (progressVC)
-        progressVC->deployFinished();
-    isDeploying = false;
+    closeProgress();
 
     const qsizetype localIndex = indexOfSha1Commit(
         currentSite->lastCommitDeployed ? currentSite->lastCommitDeployed->sha1 : std::nullopt);
@@ -373,14 +383,7 @@ void ViewController::alertOtherCommitDetected(const QString& sha1, const std::op
             QStringLiteral("Last deployed commit on target site is unknown. Are you sure to continue?"),
             QStringLiteral("Be sure you have pulled all resources if you have any remote repositories."),
             {QStringLiteral("Force deploy"), QStringLiteral("Cancel")});
-        m_view.beginSheet(alert, [this, alert](int button) {
-            if (button == 0) {
-                forceDeploy();
-            } else {
-                isDeploying = false;
-                end(DeployOutcome::Cancelled, alert.message);
-            }
-        });
+        askToForceDeploy(alert);
         return;
     }
     if (serverIndex == localIndex) {
@@ -436,31 +439,29 @@ qsizetype ViewController::indexOfSha1Commit(const std::optional<QString>& sha1) 
 void ViewController::forceDeploy() {
     isDeploying = true;
     later([this] {
-        progressVC = m_view.performProgressSegue();
-        if (progressVC)
-            progressVC->setDelegate(this);
+        showProgress();
         resetFilesStatus();
         deployFiles();
     });
 }
 
 void ViewController::alertError(const Error& error) {
-    if (progressVC)
-        progressVC->deployFinished();
-    isDeploying = false;
+    showError(error, DeployOutcome::Failed);
+}
+
+void ViewController::showError(const Error& error, DeployOutcome outcome) {
+    closeProgress();
     AlertRequest alert;
     alert.style = AlertStyle::Warning;
     alert.message = QStringLiteral("An error occured!");
     alert.informativeText = error.localizedDescription;
     alert.buttons = {QStringLiteral("Abort")};
     m_view.beginSheet(alert, [](int) {});
-    end(DeployOutcome::Failed, error.localizedDescription);
+    end(outcome, error.localizedDescription);
 }
 
 void ViewController::alertErrorScript(const Error& error) {
-    if (progressVC)
-        progressVC->deployFinished();
-    isDeploying = false;
+    closeProgress();
     const AlertRequest alert = warning(QStringLiteral("An error occured when running script"),
                                        QStringLiteral("Check the log file for syntax errors and such."),
                                        {QStringLiteral("Abort"), QStringLiteral("Show log\u2026")});
@@ -478,15 +479,7 @@ void ViewController::showLogDirectory() {
 }
 
 void ViewController::setupTransporterDidFailWithError(const Error& error) {
-    if (progressVC)
-        progressVC->deployFinished();
-    isDeploying = false;
-    AlertRequest alert;
-    alert.message = QStringLiteral("An error occured!");
-    alert.informativeText = error.localizedDescription;
-    alert.buttons = {QStringLiteral("Abort")};
-    m_view.beginSheet(alert, [](int) {});
-    end(DeployOutcome::SetupFailed, error.localizedDescription);
+    showError(error, DeployOutcome::SetupFailed);
 }
 
 void ViewController::siteManagerDidFailWithError(const Error& error) {
@@ -959,11 +952,8 @@ void ViewController::applicationWillHide() {
 }
 
 void ViewController::applicationDidUnhide() {
-    if (isDeploying) {
-        progressVC = m_view.performProgressSegue();
-        if (progressVC)
-            progressVC->setDelegate(this);
-    }
+    if (isDeploying)
+        showProgress();
 }
 
 void ViewController::setUploadingStatus(bool uploading) {

@@ -158,6 +158,12 @@ signals:
 
 private:
     void later(std::function<void()> work);
+    void showProgress();
+    // Closes the progress display; the attempt is no longer deploying.
+    void closeProgress();
+    // The "Force deploy" / "Cancel" questions.
+    void askToForceDeploy(const AlertRequest& alert);
+    void showError(const Error& error, DeployOutcome outcome);
     void end(DeployOutcome outcome, const QString& message);
     void rebuildRowIndex();
     qsizetype rowOf(const FilePtr& file) const;
