@@ -4,6 +4,7 @@
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "app/ToolPaths.h"
+#include "transfer/ConnectionAddress.h"
 #include "transfer/CurlOutputPipe.h"
 #include "transfer/TransporterOutput.h"
 
@@ -82,10 +83,8 @@ void Transporter::writeLog(const QString& text) {
 
 TransporterFilePtr Transporter::enqueue(std::optional<QString> filePath, const QString& remotePath,
                                         TransporterOperations operation) {
-    QString remote = remotePath;
     const SitePtr site = m_connection->getSite();
-    if (site && site->syncRootPath && !site->syncRootPath->isEmpty())
-        remote.remove(*site->syncRootPath);
+    const QString remote = site ? ConnectionAddress::withoutSyncRoot(*site, remotePath) : remotePath;
     TransporterFilePtr file(new TransporterFile(std::move(filePath), remote, operation));
     m_queue.append(file);
     return file;

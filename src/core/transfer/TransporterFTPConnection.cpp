@@ -1,5 +1,6 @@
 #include "TransporterFTPConnection.h"
 
+#include "transfer/ConnectionAddress.h"
 #include "transfer/RemoteUrl.h"
 
 #include <QSet>
@@ -18,17 +19,10 @@ TransporterFTPConnection::TransporterFTPConnection(SitePtr site, const std::opti
     m_username = m_site->username.value_or(QString());
     if (password)
         m_password = *password;
-    m_host = m_site->host.value_or(QString());
-    if (m_host.endsWith(QLatin1Char('/')))
-        m_host.chop(1);
-    m_path = m_site->remotePath.value_or(QString());
-    if (!m_path.isEmpty() && !m_path.endsWith(QLatin1Char('/')))
-        m_path += QLatin1Char('/');
-    if (m_site->port) {
-        m_port = *m_site->port;
-        m_host += QLatin1Char(':') + m_port;
-    }
-    m_host += QLatin1Char('/');
+    const ConnectionAddress address = ConnectionAddress::of(*m_site);
+    m_host = address.host;
+    m_path = address.path;
+    m_port = address.port;
 }
 
 QString TransporterFTPConnection::type() const {
@@ -40,9 +34,7 @@ QString TransporterFTPConnection::urlPrefix() const {
 }
 
 QString TransporterFTPConnection::withoutSyncRoot(const QString& text) const {
-    if (!m_site->syncRootPath || m_site->syncRootPath->isEmpty())
-        return text;
-    return QString(text).remove(*m_site->syncRootPath);
+    return ConnectionAddress::withoutSyncRoot(*m_site, text);
 }
 
 QString TransporterFTPConnection::remoteName(const TransporterFile& file) const {

@@ -1,5 +1,6 @@
 #include "TransporterSFTPConnection.h"
 
+#include "transfer/ConnectionAddress.h"
 #include "transfer/RemoteUrl.h"
 
 #include <QSet>
@@ -19,17 +20,10 @@ TransporterSFTPConnection::TransporterSFTPConnection(SitePtr site, const std::op
         m_password = *password;
     if (passphrase && !passphrase->isEmpty())
         m_passphrase = passphrase;
-    m_host = m_site->host.value_or(QString());
-    if (m_host.endsWith(QLatin1Char('/')))
-        m_host.chop(1);
-    m_path = m_site->remotePath.value_or(QString());
-    if (!m_path.isEmpty() && !m_path.endsWith(QLatin1Char('/')))
-        m_path += QLatin1Char('/');
-    if (m_site->port) {
-        m_port = *m_site->port;
-        m_host += QLatin1Char(':') + m_port;
-    }
-    m_host += QLatin1Char('/');
+    const ConnectionAddress address = ConnectionAddress::of(*m_site);
+    m_host = address.host;
+    m_path = address.path;
+    m_port = address.port;
     m_privateSshKeyPath = m_site->sshKeyPath;
 }
 
@@ -38,9 +32,7 @@ QString TransporterSFTPConnection::type() const {
 }
 
 QString TransporterSFTPConnection::remoteName(const TransporterFile& file) const {
-    if (!m_site->syncRootPath || m_site->syncRootPath->isEmpty())
-        return file.remotePath();
-    return QString(file.remotePath()).remove(*m_site->syncRootPath);
+    return ConnectionAddress::withoutSyncRoot(*m_site, file.remotePath());
 }
 
 QString TransporterSFTPConnection::fileUrl(const TransporterFile& file) const {
