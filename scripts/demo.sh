@@ -59,8 +59,8 @@ cleanup() {
     trap - EXIT INT TERM
     if [ -n "$ftp_pid" ]; then
         # The server and the session processes it forked for clients.
-        local children
-        children=$(ps -o pid= --ppid "$ftp_pid" 2>/dev/null || true)
+        local children child
+        children=$(cat "/proc/$ftp_pid/task/"*/children 2>/dev/null || true)
         private_session_end_process "$ftp_pid"
         for child in $children; do
             private_session_end_process "$child"
