@@ -212,13 +212,12 @@ private slots:
         QCOMPARE(cli.run({u"edit"_s, u"Blog"_s, u"--port"_s, closedPort}).exitCode, 0);
         r = cli.run({u"deploy"_s});
         QCOMPARE(r.exitCode, 8);
-        QVERIFY2(r.err.contains(u"An error occured!"_s) && r.err.contains(u"(7)"_s),
-                 r.describe().constData());
+        QVERIFY2(r.err.contains(u"An error occured!"_s), r.describe().constData());
         QVERIFY(!QFile::exists(www() + u"/index.html"_s));
         QVERIFY(lastDeployed(cli).isEmpty());
         r = cli.run({u"test"_s});
         QCOMPARE(r.exitCode, 8);
-        QVERIFY2(r.err.contains(u"The connection test failed: (7)"_s), r.describe().constData());
+        QVERIFY2(r.err.contains(u"The connection test failed: "_s), r.describe().constData());
     }
 
     void interruptAbortsEveryCurl() {
