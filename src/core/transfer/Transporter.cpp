@@ -25,6 +25,20 @@ constexpr int killDelayMilliseconds = 5000;
 // chunk is looked at any more (only the end of the run matters).
 constexpr std::chrono::milliseconds batchReadPace{10};
 constexpr std::chrono::milliseconds idleReadPace{100};
+// How much of a single-mode curl's standard error is kept for a last look
+// when it has ended (its error line is near the end).
+constexpr qsizetype keptErrorBytes = 4096;
+
+void keepTail(QByteArray& tail, const QByteArray& chunk) {
+    tail.append(chunk);
+    if (tail.size() <= 2 * keptErrorBytes)
+        return;
+    qsizetype cut = tail.size() - keptErrorBytes;
+    // Not inside a character: UTF-8 continuation bytes are 10xxxxxx.
+    while (cut < tail.size() && (static_cast<unsigned char>(tail.at(cut)) & 0xC0) == 0x80)
+        ++cut;
+    tail.remove(0, cut);
+}
 
 // Marks the process whose signal is being handled, so that a transporter
 // destroyed from within a delegate message does not delete that process
@@ -215,12 +229,15 @@ void Transporter::launch(const TransporterFilePtr& file) {
 
     // The item is held weakly: one that was let go of is simply ignored.
     const std::weak_ptr<TransporterFile> weakFile = file;
-    connect(process, &QProcess::readyReadStandardError, process, [this, process, weakFile] {
+    // The end of standard error, looked at again when curl has ended.
+    const auto errorTail = std::make_shared<QByteArray>();
+    connect(process, &QProcess::readyReadStandardError, process, [this, process, weakFile, errorTail] {
         const auto keep = weak_from_this().lock();
         const Dispatching dispatching(m_dispatching, process);
         const QByteArray chunk = process->readAllStandardError();
         if (chunk.isEmpty())
             return;
+        keepTail(*errorTail, chunk);
         if (const TransporterFilePtr item = weakFile.lock())
             captureErrorResponse(item, chunk);
     });
@@ -235,11 +252,13 @@ void Transporter::launch(const TransporterFilePtr& file) {
                 captureResult(item, chunk);
         });
     }
-    connect(process, &QProcess::finished, process, [this, process, weakFile] {
+    connect(process, &QProcess::finished, process, [this, process, weakFile, errorTail] {
         const auto keep = weak_from_this().lock();
         const Dispatching dispatching(m_dispatching, process);
-        if (const TransporterFilePtr item = weakFile.lock())
+        if (const TransporterFilePtr item = weakFile.lock()) {
+            catchMissedError(item, *errorTail);
             singleFinished(item);
+        }
         processEnded(process);
     });
     connect(process, &QProcess::errorOccurred, process,
@@ -272,6 +291,34 @@ void Transporter::singleFinished(const TransporterFilePtr& file) {
             m_delegate->didComplete(file);
         finishOff(file);
         break;
+    }
+}
+
+// curl 8.14 writes its error line to standard error a byte at a time, so a
+// read can end anywhere inside "curl: (78) The file does not exist" and no
+// chunk need hold the whole of it; a meter frame read together with it hides
+// it as well (a chunk with "%" is progress only). Either way the item would
+// count as done: a failed upload as a success, a missing record as a read
+// that never answers. So once curl has ended, the end of its standard error
+// is read as a whole, and an error that no chunk showed fails the item now,
+// as its chunk would have.
+void Transporter::catchMissedError(const TransporterFilePtr& file, const QByteArray& errorTail) {
+    if (file->m_hasError || m_isTerminating || !m_connectionPool.contains(file) || errorTail.isEmpty())
+        return;
+    // Text that is not UTF-8 is ignored here as in its chunks.
+    const std::optional<QString> text = TransporterOutput::decode(errorTail);
+    if (!text)
+        return;
+    const QStringList lines = text->split(QLatin1Char('\n'));
+    for (const QString& line : lines) {
+        if (!TransporterOutput::isCurlError(line) && !TransporterOutput::isAccessDenied(line))
+            continue;
+        m_errorString = line;
+        file->m_hasError = true;
+        if (m_delegate)
+            m_delegate->didFail(file, TransporterOutput::cleanErrorText(line));
+        finishOff(file);
+        return;
     }
 }
 

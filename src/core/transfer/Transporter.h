@@ -143,6 +143,7 @@ private:
     BatchPtr buildBatch(const QList<TransporterFilePtr>& group, bool isUpload);
     void launchBatch(const BatchPtr& batch);
     void handleBatchChunk(Batch& batch, const QByteArray& chunk);
+    void catchMissedError(const TransporterFilePtr& file, const QByteArray& errorTail);
     void singleFinished(const TransporterFilePtr& file);
     void singleFailedToStart(const TransporterFilePtr& file, const QString& reason);
     void batchFinished(const BatchPtr& batch, bool failed);
