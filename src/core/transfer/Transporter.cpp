@@ -410,10 +410,34 @@ Transporter::BatchPtr Transporter::buildBatch(const QList<TransporterFilePtr>& g
 }
 
 void Transporter::handleBatchChunk(Batch& batch, const QByteArray& chunk) {
-    if (batch.isUpload)
+    if (batch.isUpload) {
+        keepTail(batch.errorTail, chunk);
         captureMultiUploadResponse(batch.counter, chunk);
-    else
+    } else {
         captureMultiDeleteResponse(batch.counter, chunk);
+    }
+}
+
+// A batch upload's error line can be cut between two reads as well; once
+// curl has ended, the end of its standard error is read as a whole and an
+// error that no chunk showed aborts the run as its chunk would have.
+void Transporter::catchMissedBatchError(const Batch& batch) {
+    if (!batch.isUpload || m_isTerminating || batch.errorTail.isEmpty())
+        return;
+    const std::optional<QString> text = TransporterOutput::decode(batch.errorTail);
+    if (!text)
+        return;
+    const QStringList lines = text->split(QLatin1Char('\n'));
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (!TransporterOutput::isCurlError(lines.at(i)))
+            continue;
+        // The whole line is one chunk now, its line end kept as a read
+        // would have; the count has long run out.
+        const QString line = i + 1 < lines.size() ? lines.at(i) + QLatin1Char('\n') : lines.at(i);
+        qsizetype pastTheGroup = m_currentMultiQueue.size();
+        captureMultiUploadResponse(pastTheGroup, line.toUtf8());
+        return;
+    }
 }
 
 void Transporter::launchBatch(const BatchPtr& batch) {
@@ -452,6 +476,7 @@ void Transporter::launchBatch(const BatchPtr& batch) {
                     if (!rest.isEmpty())
                         handleBatchChunk(*batch, rest);
                 }
+                catchMissedBatchError(*batch);
                 batchFinished(batch, status != QProcess::NormalExit || exitCode != 0);
                 processEnded(process);
             });

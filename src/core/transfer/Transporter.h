@@ -132,6 +132,7 @@ private:
         QStringList arguments;
         qsizetype counter = 0; // which item of currentMultiQueue the next chunk is about
         QProcess* process = nullptr;
+        QByteArray errorTail; // the end of standard error, for a last look when curl has ended
     };
     using BatchPtr = std::shared_ptr<Batch>;
 
@@ -143,6 +144,7 @@ private:
     BatchPtr buildBatch(const QList<TransporterFilePtr>& group, bool isUpload);
     void launchBatch(const BatchPtr& batch);
     void handleBatchChunk(Batch& batch, const QByteArray& chunk);
+    void catchMissedBatchError(const Batch& batch);
     void catchMissedError(const TransporterFilePtr& file, const QByteArray& errorTail);
     void singleFinished(const TransporterFilePtr& file);
     void singleFailedToStart(const TransporterFilePtr& file, const QString& reason);

@@ -398,6 +398,30 @@ void TestTransporter::batchUploadErrorAbortsTheRun() {
     QCOMPARE(delegate.kinds().last(), u"fail"_s);
     QCOMPARE(delegate.messages.last().file, only);
     QCOMPARE(delegate.messages.last().text, u"(25) Failed FTP upload: 553"_s);
+
+    // The error line in pieces that no read holds whole: found once curl has
+    // ended, and the run still fails instead of completing.
+    QVERIFY(m_fake->setScript(4, uR"(
+        err 226-File successfully transferred\n
+        err c
+        pause 30
+        err u
+        pause 30
+        err rl: (
+        pause 30
+        err 25) Failed FTP
+        pause 30
+        err  upload: 553\n
+        exit 25
+    )"_s));
+    delegate.messages.clear();
+    for (int i = 0; i < 2; ++i)
+        files[i] = transporter->uploadFile(u"/l/%1.txt"_s.arg(i), u"%1.txt"_s.arg(i));
+    transporter->runMulti();
+    QTRY_COMPARE(idle.count(), 4);
+    QCOMPARE(delegate.kinds().last(), u"fail"_s);
+    QCOMPARE(delegate.messages.last().text, u"(25) Failed FTP upload: 553"_s);
+    QCOMPARE(transporter->errorString(), u"curl: (25) Failed FTP upload: 553\n"_s);
 }
 
 // The counter moves on only with a delete that worked; a refused delete
