@@ -3,7 +3,9 @@
 #include "AppInfo.h"
 #include "SystemLog.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -21,6 +23,15 @@ static void initCoreResources() {
 
 namespace tw {
 
+namespace {
+
+// What is still waiting goes to disk when the application ends.
+void savePreferencesAtExit() {
+    Preferences::instance().synchronize();
+}
+
+} // namespace
+
 Preferences& Preferences::instance() {
     static Preferences* preferences = new Preferences;
     return *preferences;
@@ -29,6 +40,9 @@ Preferences& Preferences::instance() {
 Preferences::Preferences() {
     const QString configHome = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
     m_fileName = configHome + QLatin1Char('/') + AppInfo::folderName() + QStringLiteral("/tarnwell.conf");
+    m_saveTimer.setSingleShot(true);
+    m_saveTimer.setInterval(saveDelay);
+    connect(&m_saveTimer, &QTimer::timeout, this, &Preferences::savePending);
 }
 
 Preferences::~Preferences() = default;
@@ -55,8 +69,34 @@ QSettings& Preferences::settings() const {
         if (fd >= 0)
             ::close(fd);
         m_settings = std::make_unique<QSettings>(m_fileName, QSettings::IniFormat);
+        // QSettings saves the whole file (and waits for the disk) on the
+        // next turn of the event loop after every change; its request for
+        // that comes through here and is put off instead. A QSettings made
+        // on another thread keeps its own way.
+        if (m_settings->thread() == thread()) {
+            m_settings->installEventFilter(const_cast<Preferences*>(this));
+            static const bool atExit = [] {
+                qAddPostRoutine(savePreferencesAtExit);
+                return true;
+            }();
+            Q_UNUSED(atExit);
+        }
     }
     return *m_settings;
+}
+
+bool Preferences::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() != QEvent::UpdateRequest || watched != m_settings.get())
+        return QObject::eventFilter(watched, event);
+    if (!m_saveTimer.isActive())
+        m_saveTimer.start();
+    return true;
+}
+
+void Preferences::savePending() {
+    QMutexLocker lock(&m_mutex);
+    if (m_settings)
+        m_settings->sync();
 }
 
 void Preferences::registerDefaults(const QVariantMap& defaults) {

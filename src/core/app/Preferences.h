@@ -3,8 +3,10 @@
 #include <QDateTime>
 #include <QObject>
 #include <QRecursiveMutex>
+#include <QTimer>
 #include <QVariantMap>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -18,6 +20,11 @@ namespace tw {
 // archived site list). Reads fall back to the registered defaults, which come
 // from the resource "DefaultPreferences". Every write that changes a value
 // emits valueChanged with its key.
+//
+// Writes reach the file on their own a moment later (at most one save a
+// second, and when the application ends), or at once with synchronize(): a
+// deployment counts every file it uploads, and saving the whole file for
+// each of them cost more than the uploads.
 class Preferences : public QObject {
     Q_OBJECT
 
@@ -53,6 +60,12 @@ public:
     // Forces the values to disk.
     bool synchronize();
 
+    // How long a write may wait before it is saved without synchronize().
+    static constexpr std::chrono::milliseconds saveDelay{1000};
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 signals:
     void valueChanged(const QString& key);
 
@@ -60,11 +73,13 @@ private:
     Preferences();
     ~Preferences() override;
     QSettings& settings() const;
+    void savePending();
 
     mutable QRecursiveMutex m_mutex;
     mutable std::unique_ptr<QSettings> m_settings;
     QString m_fileName;
     QVariantMap m_defaults;
+    QTimer m_saveTimer;
 };
 
 } // namespace tw

@@ -1,6 +1,7 @@
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
@@ -49,6 +50,32 @@ private slots:
         struct stat info {};
         QCOMPARE(::stat(QFile::encodeName(p.fileName()).constData(), &info), 0);
         QCOMPARE(info.st_mode & 0777, 0600u);
+    }
+
+    // Writes are saved together a moment later instead of on every turn of
+    // the event loop; each later write is saved again.
+    void writesAreSavedSoonAfter() {
+        Preferences& p = Preferences::instance();
+        // The file itself: another QSettings in this process would see the
+        // values not yet saved.
+        const auto onDisk = [&p] {
+            QFile file(p.fileName());
+            if (!file.open(QIODevice::ReadOnly))
+                return qint64(-1);
+            for (const QByteArray& line : file.readAll().split('\n')) {
+                if (line.startsWith("stat_totalFiles="))
+                    return line.mid(16).trimmed().toLongLong();
+            }
+            return qint64(0);
+        };
+        for (const qint64 count : {1, 2}) {
+            for (qint64 step = 1; step <= count * 100; ++step) {
+                p.setInteger(QStringLiteral("stat_totalFiles"), step);
+                QCoreApplication::processEvents();
+            }
+            QVERIFY(onDisk() != count * 100);
+            QTRY_COMPARE(onDisk(), count * 100);
+        }
     }
 
     void changesAreSignalledOncePerChange() {
