@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -71,9 +72,19 @@ QString Logger::maskCredentials(const QString& text) {
     return masked;
 }
 
+QString Logger::maskFtpPassword(const QString& text) {
+    if (!text.contains(QLatin1String("PASS ")))
+        return text;
+    static const QRegularExpression pass(QStringLiteral("^(> )?PASS [^\\r\\n]*"),
+                                         QRegularExpression::MultilineOption);
+    QString masked = text;
+    masked.replace(pass, QStringLiteral("\\1PASS xxxxxx"));
+    return masked;
+}
+
 void Logger::write(const QString& text, const std::optional<QString>& prefix) {
     QMutexLocker lock(&m_mutex);
-    content = maskCredentials(text);
+    content = maskFtpPassword(maskCredentials(text));
 
     const QString folder = logDirectory();
     const QByteArray folderPath = QFile::encodeName(folder);

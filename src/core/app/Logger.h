@@ -29,6 +29,10 @@ public:
     QString logFilePath(const std::optional<QString>& prefix = std::nullopt) const;
 
     static QString maskCredentials(const QString& text);
+    // curl's debug trace of an FTP login holds the password in clear, as the
+    // line "> PASS <password>" (the "> " often comes in a read of its own).
+    // Such lines are written as "PASS xxxxxx".
+    static QString maskFtpPassword(const QString& text);
 
 private:
     Logger() = default;

@@ -49,6 +49,14 @@ private slots:
         QTest::newRow("colon inside the password: only the second piece")
             << QStringLiteral("--user bob:pa:ss --globoff")
             << QStringLiteral("--user bob:xxxxxx :ss --globoff");
+        // curl's trace of an FTP login, whole or with "> " in a read of its own.
+        QTest::newRow("FTP login in a trace")
+            << QStringLiteral("< 331 User bob OK\r\n> PASS s3cret pass\r\n< 230 OK")
+            << QStringLiteral("< 331 User bob OK\r\n> PASS xxxxxx\r\n< 230 OK");
+        QTest::newRow("PASS in a read of its own")
+            << QStringLiteral("PASS s3cret\r\n") << QStringLiteral("PASS xxxxxx\r\n");
+        QTest::newRow("PASS inside a line is text")
+            << QStringLiteral("BYPASS this, PASS that") << QStringLiteral("BYPASS this, PASS that");
     }
 
     void masking() {

@@ -23,6 +23,8 @@
 #include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
+#include "app/Logger.h"
+#include "app/Preferences.h"
 #include "app/ToolPaths.h"
 #include "transfer/Transporter.h"
 #include "transfer/TransporterFTPConnection.h"
@@ -34,6 +36,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -338,7 +341,11 @@ void TestTransporterServers::batchMode() {
 }
 
 // The sync root's text leaves the remote path: web/css/site.css lands as css/site.css.
+// With debug logging on, curl's trace of the login reaches the log without
+// the password.
 void TestTransporterServers::syncRoot() {
+    Preferences::instance().setBool(u"debugEnabled"_s, true);
+    const auto debugOff = qScopeGuard([] { Preferences::instance().setBool(u"debugEnabled"_s, false); });
     const SitePtr target = site(Transport::Passive, u"synced"_s);
     target->syncRootPath = u"web"_s;
     auto engine = std::make_shared<Transporter>(
@@ -351,6 +358,9 @@ void TestTransporterServers::syncRoot() {
     QCOMPARE(contentOf(m_ftp->homeFolder() + u"/synced/css/site.css"_s), "synced");
     QCOMPARE(contentOf(m_ftp->homeFolder() + u"/synced/index.html"_s), "index");
     QVERIFY(!QFileInfo::exists(m_ftp->homeFolder() + u"/synced/web"_s));
+    const QByteArray log = contentOf(Logger::sharedInstance().logFilePath());
+    QVERIFY(log.contains("PASS xxxxxx"));
+    QVERIFY(!log.contains(FtpServer::password().toUtf8()));
 }
 
 // A refused login is reported in single and in batch mode. In a batch run
