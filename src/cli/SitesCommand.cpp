@@ -1,6 +1,7 @@
 #include "SitesCommand.h"
 
 #include "Terminal.h"
+#include "model/ArchiveValues.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
@@ -10,10 +11,6 @@
 namespace tw::cli {
 
 namespace {
-
-QJsonValue textOrNull(const std::optional<QString>& text) {
-    return text ? QJsonValue(*text) : QJsonValue(QJsonValue::Null);
-}
 
 QString hostAndPort(const Site& site) {
     QString text = site.host.value_or(QString());
@@ -51,16 +48,16 @@ QJsonObject SitesCommand::jsonFor(qsizetype index, Site& site, bool current) {
     QJsonObject object;
     object.insert(QStringLiteral("index"), index);
     object.insert(QStringLiteral("id"), site.siteId());
-    object.insert(QStringLiteral("name"), textOrNull(site.name));
+    object.insert(QStringLiteral("name"), archive::toJson(site.name));
     object.insert(QStringLiteral("current"), current);
-    object.insert(QStringLiteral("protocol"), textOrNull(site.protocol));
-    object.insert(QStringLiteral("host"), textOrNull(site.host));
-    object.insert(QStringLiteral("port"), textOrNull(site.port));
-    object.insert(QStringLiteral("user"), textOrNull(site.username));
-    object.insert(QStringLiteral("folder"), textOrNull(site.localPath));
-    object.insert(QStringLiteral("syncRoot"), textOrNull(site.syncRootPath));
-    object.insert(QStringLiteral("remotePath"), textOrNull(site.remotePath));
-    object.insert(QStringLiteral("branch"), textOrNull(site.deployBranch));
+    object.insert(QStringLiteral("protocol"), archive::toJson(site.protocol));
+    object.insert(QStringLiteral("host"), archive::toJson(site.host));
+    object.insert(QStringLiteral("port"), archive::toJson(site.port));
+    object.insert(QStringLiteral("user"), archive::toJson(site.username));
+    object.insert(QStringLiteral("folder"), archive::toJson(site.localPath));
+    object.insert(QStringLiteral("syncRoot"), archive::toJson(site.syncRootPath));
+    object.insert(QStringLiteral("remotePath"), archive::toJson(site.remotePath));
+    object.insert(QStringLiteral("branch"), archive::toJson(site.deployBranch));
     object.insert(QStringLiteral("autoDeploy"), site.autoDeploy);
     object.insert(QStringLiteral("lastDeployedCommit"), deployed ? QJsonValue(*commit->sha1) : QJsonValue());
     object.insert(

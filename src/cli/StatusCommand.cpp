@@ -3,6 +3,7 @@
 #include "DeploySession.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
+#include "model/ArchiveValues.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,13 +11,7 @@
 
 namespace tw::cli {
 
-namespace {
-
-QJsonValue textOrNull(const std::optional<QString>& text) {
-    return text ? QJsonValue(*text) : QJsonValue(QJsonValue::Null);
-}
-
-} // namespace
+namespace {} // namespace
 
 StatusCommand::StatusCommand() {
     name = QStringLiteral("status");
@@ -83,18 +78,19 @@ int StatusCommand::run(const QCommandLineParser& parser) {
 
     if (parser.isSet(QStringLiteral("json"))) {
         QJsonObject object;
-        object.insert(QStringLiteral("site"), QJsonObject{{QStringLiteral("index"), *index},
-                                                          {QStringLiteral("name"), textOrNull(site->name)}});
+        object.insert(QStringLiteral("site"),
+                      QJsonObject{{QStringLiteral("index"), *index},
+                                  {QStringLiteral("name"), archive::toJson(site->name)}});
         object.insert(QStringLiteral("state"), state);
-        object.insert(QStringLiteral("message"), textOrNull(message));
-        object.insert(QStringLiteral("deployBranch"), textOrNull(site->deployBranch));
-        object.insert(QStringLiteral("checkedOutBranch"), textOrNull(controller.checkOutedBranch()));
-        object.insert(QStringLiteral("lastDeployedCommit"), textOrNull(lastSha1));
+        object.insert(QStringLiteral("message"), archive::toJson(message));
+        object.insert(QStringLiteral("deployBranch"), archive::toJson(site->deployBranch));
+        object.insert(QStringLiteral("checkedOutBranch"), archive::toJson(controller.checkOutedBranch()));
+        object.insert(QStringLiteral("lastDeployedCommit"), archive::toJson(lastSha1));
         QJsonArray files;
         if (controller.files) {
             for (const FilePtr& file : *controller.files) {
-                files.append(QJsonObject{{QStringLiteral("path"), textOrNull(file->pathWithFilename)},
-                                         {QStringLiteral("change"), textOrNull(file->gitStatus)}});
+                files.append(QJsonObject{{QStringLiteral("path"), archive::toJson(file->pathWithFilename)},
+                                         {QStringLiteral("change"), archive::toJson(file->gitStatus)}});
             }
         }
         object.insert(QStringLiteral("files"), files);

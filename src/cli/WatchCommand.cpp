@@ -5,20 +5,12 @@
 #include "InterruptWatcher.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
+#include "app/Logger.h"
 
-#include <QDateTime>
 #include <QEventLoop>
 #include <QTimer>
 
 namespace tw::cli {
-
-namespace {
-
-QString now() {
-    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-}
-
-} // namespace
 
 WatchCommand::WatchCommand() {
     name = QStringLiteral("watch");
@@ -80,12 +72,13 @@ int WatchCommand::run(const QCommandLineParser& parser) {
     terminal.outLine(
         QStringLiteral("[%1] Watching site %2: every commit on branch %3 in %4 is deployed to %5. "
                        "Press Ctrl-C to stop.")
-            .arg(now(), SiteSelection::describe(*index, site), site->deployBranch.value_or(QString()),
-                 site->localPath.value_or(QString()), DeployCommand::destination(*site)));
+            .arg(Logger::sharedInstance().timestamp(), SiteSelection::describe(*index, site),
+                 site->deployBranch.value_or(QString()), site->localPath.value_or(QString()),
+                 DeployCommand::destination(*site)));
     if (controller.files && !controller.files->isEmpty())
         terminal.outLine(
             QStringLiteral("[%1] %2 file(s) wait for the next commit (or run 'tarnwell-cli deploy').")
-                .arg(now())
+                .arg(Logger::sharedInstance().timestamp())
                 .arg(controller.files->size()));
 
     QEventLoop loop;
@@ -123,7 +116,7 @@ int WatchCommand::run(const QCommandLineParser& parser) {
             line = QStringLiteral("Not deployed: ") + current->message;
             break;
         }
-        terminal.outLine(QStringLiteral("[%1] ").arg(now()) + line);
+        terminal.outLine(QStringLiteral("[%1] ").arg(Logger::sharedInstance().timestamp()) + line);
         current.reset();
         recordSent = false;
         session.interaction().reset();
@@ -158,7 +151,7 @@ int WatchCommand::run(const QCommandLineParser& parser) {
     });
     if (!InterruptWatcher::wasInterrupted())
         loop.exec();
-    terminal.outLine(QStringLiteral("[%1] Stopped watching.").arg(now()));
+    terminal.outLine(QStringLiteral("[%1] Stopped watching.").arg(Logger::sharedInstance().timestamp()));
     return exitCode;
 }
 

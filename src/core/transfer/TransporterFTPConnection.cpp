@@ -86,7 +86,7 @@ QStringList TransporterFTPConnection::getArgument(const TransporterFilePtr& file
     }
     if (!m_passive)
         arguments << QStringLiteral("--ftp-port") << QStringLiteral("-");
-    return arguments;
+    return arguments << tlsOptions();
 }
 
 QStringList TransporterFTPConnection::getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) {
@@ -103,7 +103,7 @@ QStringList TransporterFTPConnection::getArgumentForMultiFileUpload(const QList<
         arguments << QStringLiteral("--ftp-port") << QStringLiteral("-");
     arguments << QStringLiteral("--user") << credentials() << QStringLiteral("--ftp-create-dirs")
               << QStringLiteral("--globoff") << QStringLiteral("-#") << QStringLiteral("-v");
-    return arguments;
+    return arguments << tlsOptions();
 }
 
 QStringList TransporterFTPConnection::getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) {
@@ -134,7 +134,7 @@ QStringList TransporterFTPConnection::getArgumentForMultiFileDelete(const QList<
         arguments << QStringLiteral("--ftp-port") << QStringLiteral("-");
     arguments << QStringLiteral("--user") << credentials() << QStringLiteral("--ftp-create-dirs")
               << QStringLiteral("--globoff") << QStringLiteral("-#") << QStringLiteral("-v");
-    return arguments;
+    return arguments << tlsOptions();
 }
 
 } // namespace tw

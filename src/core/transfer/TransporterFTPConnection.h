@@ -47,6 +47,9 @@ public:
     QString fileUrl(const TransporterFile& file) const;
 
 protected:
+    // Options that go at the very end of every argument list: none for
+    // plain FTP, curl's TLS options for FTP over TLS.
+    virtual QStringList tlsOptions() const { return {}; }
     QString credentials() const { return m_username + QLatin1Char(':') + m_password; }
     QString withoutSyncRoot(const QString& text) const;
 

@@ -13,12 +13,9 @@ public:
     using TransporterFTPConnection::TransporterFTPConnection;
 
     QString type() const override;
-    QStringList getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) override;
-    QStringList getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) override;
-    QStringList getArgument(const TransporterFilePtr& file, const QString& localBasePath) override;
 
-private:
-    static QStringList withTls(QStringList arguments);
+protected:
+    QStringList tlsOptions() const override;
 };
 
 } // namespace tw
