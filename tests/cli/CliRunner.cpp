@@ -1,12 +1,23 @@
 #include "CliRunner.h"
 
 #include <QDir>
+#include <QProcess>
 
 namespace tw::test {
 
 QByteArray CliResult::describe() const {
     return "exit code " + QByteArray::number(exitCode) + (crashed ? " (crashed)" : "") + "\nstdout:\n" +
            out.toUtf8() + "\nstderr:\n" + err.toUtf8();
+}
+
+// Everything a stopped process printed.
+static CliResult collect(QProcess& process) {
+    CliResult result;
+    result.crashed = process.exitStatus() != QProcess::NormalExit;
+    result.exitCode = result.crashed ? -1 : process.exitCode();
+    result.out = QString::fromUtf8(process.readAllStandardOutput());
+    result.err = QString::fromUtf8(process.readAllStandardError());
+    return result;
 }
 
 CliRunner::CliRunner()
@@ -21,62 +32,26 @@ CliRunner::CliRunner()
     m_environment.remove(QStringLiteral("TARNWELL_VERBOSE"));
 }
 
-QString CliRunner::program() {
-    return QStringLiteral(TARNWELL_CLI_PROGRAM);
-}
-
-QString CliRunner::preferencesFile() const {
-    return m_folder.path() + QStringLiteral("/config/tarnwell/tarnwell.conf");
-}
-
-CliResult CliRunner::collect(QProcess& process) {
-    CliResult result;
-    result.crashed = process.exitStatus() != QProcess::NormalExit;
-    result.exitCode = result.crashed ? -1 : process.exitCode();
-    result.out = QString::fromUtf8(process.readAllStandardOutput());
-    result.err = QString::fromUtf8(process.readAllStandardError());
-    return result;
-}
-
-CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input,
-                         int timeoutMilliseconds) const {
+CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
     QProcess process;
     process.setProcessEnvironment(m_environment);
-    process.start(program(), arguments);
-    if (!process.waitForStarted()) {
-        CliResult failed;
-        failed.err =
-            QStringLiteral("cannot start ") + program() + QStringLiteral(": ") + process.errorString();
-        return failed;
-    }
+    process.start(QStringLiteral(TARNWELL_CLI_PROGRAM), arguments);
     if (!input.isEmpty())
         process.write(input);
     process.closeWriteChannel();
-    if (!process.waitForFinished(timeoutMilliseconds)) {
+    if (!process.waitForFinished(120000)) {
         process.kill();
         process.waitForFinished();
         CliResult failed = collect(process);
         failed.crashed = true;
-        failed.err += QStringLiteral("\n(did not end in time)");
+        failed.err += QStringLiteral("\n(did not end: ") + process.errorString() + u')';
         return failed;
     }
     return collect(process);
 }
 
-std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
-    auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(m_environment);
-    process->start(program(), arguments);
-    process->waitForStarted();
-    process->closeWriteChannel();
-    return process;
-}
-
-QJsonDocument CliRunner::json(const QStringList& arguments, int* exitCode) const {
-    const CliResult result = run(arguments);
-    if (exitCode)
-        *exitCode = result.exitCode;
-    return QJsonDocument::fromJson(result.out.toUtf8());
+QJsonDocument CliRunner::json(const QStringList& arguments) const {
+    return QJsonDocument::fromJson(run(arguments).out.toUtf8());
 }
 
 } // namespace tw::test

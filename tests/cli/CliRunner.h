@@ -2,13 +2,10 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-
-#include <memory>
 
 namespace tw::test {
 
@@ -29,21 +26,11 @@ class CliRunner {
 public:
     CliRunner();
 
-    static QString program();
-    QProcessEnvironment& environment() { return m_environment; }
-    // The preferences file the command line uses.
-    QString preferencesFile() const;
     QString folder() const { return m_folder.path(); }
 
-    CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray(),
-                  int timeoutMilliseconds = 120000) const;
-    // Starts the command line and leaves it running (watch, interrupts).
-    std::unique_ptr<QProcess> start(const QStringList& arguments) const;
+    CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
     // Standard output of a --json command.
-    QJsonDocument json(const QStringList& arguments, int* exitCode = nullptr) const;
-
-    // Everything a stopped process printed.
-    static CliResult collect(QProcess& process);
+    QJsonDocument json(const QStringList& arguments) const;
 
 private:
     QTemporaryDir m_folder;

@@ -165,12 +165,20 @@ private slots:
         QCOMPARE(int(ended.last().at(0).value<DeployOutcome>()), int(DeployOutcome::Cancelled));
         QVERIFY(!QFile::exists(ftp.homeFolder() + u"/index.html"_s));
 
+        // Escape is "Cancel" too, never "Force deploy", the first button.
+        window.deployButton()->click();
+        QTRY_VERIFY(openAlert());
+        QTest::keyClick(openAlert(), Qt::Key_Escape);
+        QTRY_COMPARE(ended.count(), 2);
+        QCOMPARE(int(ended.last().at(0).value<DeployOutcome>()), int(DeployOutcome::Cancelled));
+        QVERIFY(!QFile::exists(ftp.homeFolder() + u"/index.html"_s));
+
         // "Force deploy" deploys, with the progress sheet shown meanwhile.
         window.deployButton()->click();
         QTRY_VERIFY(openAlert());
         QVERIFY(clickAlertButton(u"Force deploy"_s));
         QTRY_VERIFY(window.progressSheet() && window.progressSheet()->isVisible());
-        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 2, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 3, 20000);
         QCOMPARE(int(ended.last().at(0).value<DeployOutcome>()), int(DeployOutcome::Deployed));
         QTRY_VERIFY(!window.progressSheet()->isVisible());
         QVERIFY(QFile::exists(ftp.homeFolder() + u"/index.html"_s));

@@ -1,18 +1,12 @@
-#include "ImageResources.h"
 #include "ScriptedInteraction.h"
 #include "SiteListModel.h"
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
-#include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
 #include <QAbstractItemModelTester>
-#include <QAction>
-#include <QListView>
-#include <QMimeData>
-#include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
 
@@ -59,24 +53,6 @@ private slots:
     void initTestCase() { test::TestEnvironment::isolate(); }
     void init() { test::TestEnvironment::resetPreferences(); }
 
-    void modelShowsTheStoredList() {
-        store({u"Blog"_s, u"Shop"_s});
-        SiteListModel model;
-        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
-        QCOMPARE(shownNames(model), (QStringList{u"Blog"_s, u"Shop"_s}));
-        QCOMPARE(model.index(1).data(SiteListModel::HostRole).toString(), u"shop.example.org"_s);
-        QCOMPARE(model.siteAt(1)->siteIndex, 1);
-        QVERIFY(!model.siteAt(2));
-
-        // A site without a name still has a line.
-        model.addSite(Site::newSite());
-        QCOMPARE(model.index(2).data().toString(), u"Untitled site"_s);
-
-        // The list stored by someone else (an import) shows at once.
-        store({u"Imported"_s});
-        QCOMPARE(shownNames(model), (QStringList{u"Imported"_s}));
-    }
-
     void operationsPersistInOrder() {
         store({u"A"_s, u"B"_s, u"C"_s});
         TWPasswords::setPassword(u"secret-b"_s, Sites().loadAll()->at(1)->siteId());
@@ -120,73 +96,6 @@ private slots:
         QCOMPARE(shownNames(model), storedNames());
     }
 
-    // A drop is a move, whichever way the view reports it.
-    void dragAndDropMoves() {
-        store({u"A"_s, u"B"_s, u"C"_s});
-        SiteListModel model;
-        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
-        QVERIFY(model.flags(model.index(0)) & Qt::ItemIsDragEnabled);
-        QVERIFY(model.flags(QModelIndex()) & Qt::ItemIsDropEnabled);
-        QVERIFY(!(model.flags(model.index(0)) & Qt::ItemIsDropEnabled));
-
-        // Dragged A and dropped between B and C.
-        std::unique_ptr<QMimeData> data(model.mimeData({model.index(0)}));
-        QVERIFY(model.canDropMimeData(data.get(), Qt::MoveAction, 2, 0, QModelIndex()));
-        QVERIFY(!model.canDropMimeData(data.get(), Qt::CopyAction, 2, 0, QModelIndex()));
-        QVERIFY(model.dropMimeData(data.get(), Qt::MoveAction, 2, 0, QModelIndex()));
-        QCOMPARE(storedNames(), (QStringList{u"B"_s, u"A"_s, u"C"_s}));
-
-        // Dragged C and dropped below the last row: nothing changes.
-        data.reset(model.mimeData({model.index(2)}));
-        QVERIFY(model.dropMimeData(data.get(), Qt::MoveAction, -1, -1, QModelIndex()));
-        QCOMPARE(storedNames(), (QStringList{u"B"_s, u"A"_s, u"C"_s}));
-
-        // Dropped onto the first site: it goes before it.
-        QVERIFY(model.dropMimeData(data.get(), Qt::MoveAction, -1, -1, model.index(0)));
-        QCOMPARE(storedNames(), (QStringList{u"C"_s, u"B"_s, u"A"_s}));
-
-        // The list view's own internal move.
-        QVERIFY(model.moveRow(QModelIndex(), 0, QModelIndex(), 3));
-        QCOMPARE(storedNames(), (QStringList{u"B"_s, u"A"_s, u"C"_s}));
-
-        // Something else dropped does nothing.
-        QMimeData text;
-        text.setText(u"0"_s);
-        QVERIFY(!model.dropMimeData(&text, Qt::MoveAction, 0, 0, QModelIndex()));
-        QMimeData stale;
-        stale.setData(SiteListModel::mimeType(), "7");
-        QVERIFY(!model.dropMimeData(&stale, Qt::MoveAction, 0, 0, QModelIndex()));
-        QCOMPARE(storedNames(), (QStringList{u"B"_s, u"A"_s, u"C"_s}));
-    }
-
-    void selectionWritesTheCurrentSite() {
-        store({u"A"_s, u"B"_s, u"C"_s});
-        SiteListActions::setCurrentIndex(2);
-        test::ScriptedInteraction interaction;
-        SitesSidebar sidebar(interaction);
-        sidebar.show();
-        QCOMPARE(sidebar.currentRow(), 2);
-
-        QListView* list = sidebar.listView();
-        list->setCurrentIndex(sidebar.model()->index(0));
-        QCOMPARE(current(), 0);
-        // Someone else chose a site: the sidebar follows.
-        SiteListActions::setCurrentIndex(1);
-        QCOMPARE(sidebar.currentRow(), 1);
-
-        QSignalSpy edits(&sidebar, &SitesSidebar::editSiteRequested);
-        QSignalSpy adds(&sidebar, &SitesSidebar::addSiteRequested);
-        QVERIFY(QTest::qWaitForWindowExposed(&sidebar));
-        const QPoint third = list->visualRect(sidebar.model()->index(2)).center();
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, third);
-        QCOMPARE(current(), 2);
-        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, third);
-        QCOMPARE(edits.size(), 1);
-        QCOMPARE(edits.at(0).at(0).toInt(), 2);
-        QTest::mouseClick(sidebar.addButton(), Qt::LeftButton);
-        QCOMPARE(adds.size(), 1);
-    }
-
     void duplicateAndDeleteFromTheSidebar() {
         store({u"A"_s, u"B"_s});
         SiteListActions::setCurrentIndex(0);
@@ -224,30 +133,6 @@ private slots:
         QCOMPARE(sidebar.currentRow(), -1);
         QVERIFY(!sidebar.removeButton()->isEnabled());
         QVERIFY(!sidebar.duplicateButton()->isEnabled());
-    }
-
-    void collapsesAndRemembers() {
-        test::ScriptedInteraction interaction;
-        SitesSidebar sidebar(interaction);
-        sidebar.show();
-        QVERIFY(!SitesSidebar::isCollapsed());
-        QVERIFY(sidebar.isVisible());
-        const QImage shown = sidebar.toggleAction()->icon().pixmap(32, 32).toImage();
-        QCOMPARE(shown, ImageResources::icon(u"ui-window-2-highlight"_s).pixmap(32, 32).toImage());
-
-        sidebar.toggleAction()->trigger();
-        QVERIFY(Preferences::instance().boolValue(u"sitesCollapsed"_s));
-        QVERIFY(sidebar.isHidden());
-        QCOMPARE(sidebar.toggleAction()->icon().pixmap(32, 32).toImage(),
-                 ImageResources::icon(u"ui-window-2"_s).pixmap(32, 32).toImage());
-
-        // A new window starts collapsed.
-        SitesSidebar second(interaction);
-        QVERIFY(second.isHidden());
-        second.toggleSitesView();
-        QVERIFY(!Preferences::instance().boolValue(u"sitesCollapsed"_s));
-        QVERIFY(second.isVisible());
-        QVERIFY(!sidebar.isHidden()); // both follow the preference
     }
 };
 

@@ -8,7 +8,6 @@
 #include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
-#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
@@ -80,49 +79,6 @@ private slots:
         QFile page(m_ftp->homeFolder() + u"/index.html"_s);
         QVERIFY(page.open(QIODevice::ReadOnly));
         QCOMPARE(page.readAll(), QByteArray("two"));
-    }
-
-    void attributeChangesAndOtherBranchesDoNotDeploy() {
-        const int listings = m_view->filesChanges;
-        QFile::setPermissions(m_repo->path() + u"/.git/logs/HEAD"_s,
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
-        test::runProgram(u"/usr/bin/touch"_s, {m_repo->path() + u"/.git/logs/HEAD"_s});
-        QTest::qWait(1500);
-        QCOMPARE(m_view->filesChanges, listings);
-
-        m_repo->git({u"checkout"_s, u"-q"_s, u"-b"_s, u"other"_s});
-        m_repo->write(u"index.html"_s, "other branch");
-        m_repo->commitAll(u"elsewhere"_s);
-        QTRY_COMPARE(m_view->placeholder.last(), u"wrongBranchIsSelectedWith:A non-deployment branch:main"_s);
-        QVERIFY(m_view->filesChanges > listings);
-        QTest::qWait(1000);
-        QCOMPARE(m_ended->count(), 1);
-        m_repo->git({u"checkout"_s, u"-q"_s, u"main"_s});
-        QTest::qWait(1000);
-        QCOMPARE(m_ended->count(), 1); // nothing changed since the last deployment
-    }
-
-    void writesDuringADeploymentAreDropped() {
-        m_repo->write(u"index.html"_s, "three");
-        m_repo->commitAll(u"third"_s);
-        QTRY_VERIFY(m_controller->isDeploying);
-        m_repo->write(u"index.html"_s, "four");
-        m_repo->commitAll(u"fourth, during the deployment"_s);
-        QVERIFY(waitForDeployment(2));
-        // The commit made during the run started nothing of its own.
-        QTest::qWait(1500);
-        QCOMPARE(m_ended->count(), 2);
-    }
-
-    void stillWatchingAfterGitReplacesTheReflog() {
-        m_repo->git({u"reflog"_s, u"expire"_s, u"--expire=now"_s, u"--all"_s});
-        m_repo->git({u"gc"_s, u"-q"_s});
-        QTest::qWait(500);
-        const int before = m_ended->count();
-        m_repo->write(u"index.html"_s, "after gc");
-        const QString head = m_repo->commitAll(u"after gc"_s);
-        QVERIFY(waitForDeployment(before + 1));
-        QTRY_VERIFY(record().startsWith(head + u","_s));
     }
 };
 

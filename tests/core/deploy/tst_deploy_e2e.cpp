@@ -65,7 +65,6 @@ class TestDeployEndToEnd : public QObject {
     Q_OBJECT
 
     std::unique_ptr<test::FtpServer> m_ftp;
-    QString m_newest, m_middle, m_oldest;
 
     // A site on the FTP server with its remote folder "www/", stored as the
     // only and current site.
@@ -199,38 +198,6 @@ private slots:
         QVERIFY(readFile(www() + u"/.tarnwell"_s).startsWith(QByteArray(second.toUtf8() + ',')));
     }
 
-    void nothingToDeployAndSetUpFailures() {
-        test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"first"_s);
-        SitePtr site = ftpSite(repo);
-        site->lastCommitDeployed = std::make_shared<Commit>();
-        site->lastCommitDeployed->sha1 = repo.head();
-        store(site);
-
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QCOMPARE(controller.files->size(), 0);
-        Run run = deploy(controller);
-        QCOMPARE(int(run.outcome), int(DeployOutcome::NothingToDeploy));
-        QCOMPARE(view.messages(), QStringList{u"Nothing to deploy"_s});
-
-        // Mandatory files alone justify a deployment; a site without a user
-        // name is refused before anything runs.
-        site->mandatoryFiles = std::make_shared<FileList>(FileList{File::initWithPath(u"index.html"_s)});
-        site->username.reset();
-        store(site);
-        controller.setupFileList();
-        QVERIFY(controller.hasFilesToUpload());
-        run = deploy(controller);
-        QCOMPARE(int(run.outcome), int(DeployOutcome::SetupFailed));
-        QCOMPARE(run.message, u"You must provide a username in the remote settings"_s);
-        QCOMPARE(view.alerts.last().message, u"An error occured!"_s);
-        QCOMPARE(view.progressShown, 0);
-        QVERIFY(!QFile::exists(www() + u"/index.html"_s));
-    }
-
     void mandatoryFilesSyncRootAndIgnoredFiles() {
         test::GitRepository repo;
         repo.write(u"public/index.html"_s, "index");
@@ -277,37 +244,20 @@ private slots:
         QTest::addColumn<QString>("answer");
         QTest::addColumn<QString>("question");
         QTest::addColumn<bool>("deploys");
-        QTest::addColumn<QString>("filesFrom"); // which rows were sent: "middle" (ours) or "none"
-        QTest::newRow("other branch, cancel")
-            << u"%1,100.0,other"_s << u"Cancel"_s
-            << u"Target site was last deployed with a different branch"_s << false << u"none"_s;
-        QTest::newRow("other branch, force")
-            << u"%1,100.0,other"_s << u"Force deploy"_s
-            << u"Target site was last deployed with a different branch"_s << true << u"middle"_s;
-        QTest::newRow("record without branch")
-            << u"%1"_s << u"Cancel"_s << u"Target site was last deployed with a different branch"_s << false
-            << u"none"_s;
+        const QString otherBranch = u"Target site was last deployed with a different branch"_s;
+        const QString unknown =
+            u"Last deployed commit on target site is unknown. Are you sure to continue?"_s;
+        QTest::newRow("other branch, cancel") << u"%1,100.0,other"_s << u"Cancel"_s << otherBranch << false;
+        QTest::newRow("record without branch, force") << u"%1"_s << u"Force deploy"_s << otherBranch << true;
         QTest::newRow("later, yes")
             << u"%1,100.0,main"_s << u"Yes"_s
-            << u"Last deployed commit on target site is later. Are you sure to continue?"_s << true
-            << u"middle"_s;
-        QTest::newRow("later, cancel")
-            << u"%1,100.0,main"_s << u"Cancel"_s
-            << u"Last deployed commit on target site is later. Are you sure to continue?"_s << false
-            << u"none"_s;
+            << u"Last deployed commit on target site is later. Are you sure to continue?"_s << true;
         QTest::newRow("earlier, no, use mine")
-            << u"%3,100.0,main"_s << u"No, use mine"_s << u"Last commit on target site is earlier"_s << true
-            << u"middle"_s;
-        QTest::newRow("unknown, force")
-            << u"deadbee,100.0,main"_s << u"Force deploy"_s
-            << u"Last deployed commit on target site is unknown. Are you sure to continue?"_s << true
-            << u"middle"_s;
+            << u"%3,100.0,main"_s << u"No, use mine"_s << u"Last commit on target site is earlier"_s << true;
+        QTest::newRow("unknown, force") << u"deadbee,100.0,main"_s << u"Force deploy"_s << unknown << true;
         QTest::newRow("hostile id, cancel")
-            << u"$(touch pwned),100.0,main"_s << u"Cancel"_s
-            << u"Last deployed commit on target site is unknown. Are you sure to continue?"_s << false
-            << u"none"_s;
-        QTest::newRow("same commit: no question")
-            << u"%2,100.0,main"_s << QString() << QString() << true << u"middle"_s;
+            << u"$(touch pwned),100.0,main"_s << u"Cancel"_s << unknown << false;
+        QTest::newRow("same commit: no question") << u"%2,100.0,main"_s << QString() << QString() << true;
     }
 
     void serverRecordQuestions() {
@@ -315,18 +265,17 @@ private slots:
         QFETCH(QString, answer);
         QFETCH(QString, question);
         QFETCH(bool, deploys);
-        QFETCH(QString, filesFrom);
-        const auto fill = [&](QString text) {
-            return text.replace(u"%1"_s, m_newest).replace(u"%2"_s, m_middle).replace(u"%3"_s, m_oldest);
-        };
 
         test::GitRepository repo;
         repo.write(u"a.txt"_s, "1");
-        const QString oldest = m_oldest = repo.commitAll(u"one"_s);
+        const QString oldest = repo.commitAll(u"one"_s);
         repo.write(u"b.txt"_s, "2");
-        const QString middle = m_middle = repo.commitAll(u"two"_s);
+        const QString middle = repo.commitAll(u"two"_s);
         repo.write(u"c.txt"_s, "3");
-        const QString newest = m_newest = repo.commitAll(u"three"_s);
+        const QString newest = repo.commitAll(u"three"_s);
+        const auto fill = [&](QString text) {
+            return text.replace(u"%1"_s, newest).replace(u"%2"_s, middle).replace(u"%3"_s, oldest);
+        };
         SitePtr site = ftpSite(repo);
         site->lastCommitDeployed = std::make_shared<Commit>();
         site->lastCommitDeployed->sha1 = middle;
@@ -347,7 +296,7 @@ private slots:
             QVERIFY(view.progressClosed >= 1);
         }
         QCOMPARE(run.outcome == DeployOutcome::Deployed, deploys);
-        if (filesFrom == u"none") {
+        if (!deploys) {
             QVERIFY(!QFile::exists(www() + u"/c.txt"_s));
             QCOMPARE(readFile(www() + u"/.tarnwell"_s), fill(record).toUtf8());
         } else {

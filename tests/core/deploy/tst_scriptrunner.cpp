@@ -1,16 +1,12 @@
 #include "TestEnvironment.h"
-#include "app/Logger.h"
-#include "app/Preferences.h"
 #include "deploy/ScriptRunner.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <functional>
 #include <optional>
 #include <unistd.h>
 
@@ -33,11 +29,6 @@ struct Outcome {
         };
     }
 };
-
-QString readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
 
 } // namespace
 
@@ -67,8 +58,6 @@ private slots:
         script.close();
         QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     }
-
-    void init() { test::TestEnvironment::resetPreferences(); }
 
     void localScriptFile() {
         QTemporaryDir base;
@@ -105,29 +94,6 @@ private slots:
         QVERIFY(!QFile::exists(file.filePath()));
     }
 
-    void environmentHoldsOnlyThePath() {
-        QVERIFY(qEnvironmentVariableIsSet("HOME"));
-        const QString script =
-            u"echo \"$PATH\"; echo \"${HOME-no home}\"; echo \"${TARNWELL_TEST_HOME-none}\""_s;
-        {
-            ScriptRunner runner;
-            Outcome outcome;
-            runLocal(runner, script, outcome);
-            if (QTest::currentTestFailed())
-                return;
-            QCOMPARE(outcome.result, u"/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin\nno home\nnone\n"_s);
-        }
-        Preferences::instance().setValue(u"environmentPaths"_s, u"/opt/tools/bin:/usr/bin:/bin"_s);
-        {
-            ScriptRunner runner;
-            Outcome outcome;
-            runLocal(runner, script, outcome);
-            if (QTest::currentTestFailed())
-                return;
-            QCOMPARE(outcome.result, u"/opt/tools/bin:/usr/bin:/bin\nno home\nnone\n"_s);
-        }
-    }
-
     void failingScript() {
         ScriptRunner runner;
         Outcome outcome;
@@ -153,26 +119,6 @@ private slots:
         QVERIFY(!runner.hasError());
     }
 
-    void everyByteOfBothChannelsBeforeTheCompletion() {
-        ScriptRunner runner;
-        // Much output on both pipes, and two-byte characters that the pipes
-        // may split anywhere.
-        Outcome outcome;
-        runLocal(runner,
-                 u"for i in $(seq 1 5000); do echo \"o$i\"; echo \"e$i ééé\" >&2; done; printf 'last'"_s,
-                 outcome);
-        if (QTest::currentTestFailed())
-            return;
-        QVERIFY(!outcome.error);
-        QCOMPARE(outcome.result.count(u'\n'), 10000);
-        // The two pipes are read as their data comes: no order between them.
-        QVERIFY(outcome.result.contains(u"\no5000\n"_s));
-        QVERIFY(outcome.result.contains(u"last"_s));
-        QVERIFY(outcome.result.contains(u"\ne5000 ééé\n"_s));
-        QCOMPARE(outcome.result.count(u"ééé"_s), 5000);
-        QVERIFY(!outcome.result.contains(QChar::ReplacementCharacter));
-    }
-
     void remoteArguments() {
         ScriptRunner runner;
         QCOMPARE(runner.SSHLaunchPath(), u"/usr/bin/ssh"_s);
@@ -189,71 +135,6 @@ private slots:
         // Split at every single blank, empty pieces kept; the script trimmed.
         QCOMPARE(ScriptRunner::remoteArguments(u"-p  2222 host "_s, u"\n  cd www\nls -la\n\n"_s),
                  (QStringList{u"-p"_s, QString(), u"2222"_s, u"host"_s, QString(), u"cd www;ls -la"_s}));
-    }
-
-    void nothingToRun() {
-        ScriptRunner runner;
-        runner.setSSHLaunchPath(u"/nonexistent/ssh"_s);
-        const struct {
-            std::function<bool(ScriptRunner::Completion)> run;
-            QString text;
-        } cases[] = {
-            {[&](auto c) { return runner.run(QString(), nullptr, c); },
-             u"No local script given to execute"_s},
-            {[&](auto c) { return runner.runExternal(QString(), u"ls"_s, nullptr, c); },
-             u"No remote host to execute script on given"_s},
-            {[&](auto c) { return runner.runExternal(u"myserver"_s, QString(), nullptr, c); },
-             u"No remote script given to execute"_s},
-        };
-        for (const auto& c : cases) {
-            Outcome outcome;
-            QVERIFY(c.run(outcome.completion()));
-            QCOMPARE(outcome.calls, 1);
-            QCOMPARE(outcome.result, c.text);
-            QVERIFY(!outcome.error);
-        }
-    }
-
-    void failuresBeforeTheStart() {
-        // A client that is not executable, or not there.
-        QFile plain(fakeSshFolder.path() + u"/not-executable"_s);
-        QVERIFY(plain.open(QIODevice::WriteOnly));
-        plain.close();
-        for (const QString& client : {plain.fileName(), u"/nonexistent/ssh"_s}) {
-            ScriptRunner runner;
-            runner.setSSHLaunchPath(client);
-            Outcome outcome;
-            std::optional<Error> error;
-            QVERIFY(!runner.runExternal(u"myserver"_s, u"ls"_s, &error, outcome.completion()));
-            QVERIFY(error);
-            QCOMPARE(error->code, 1);
-            QCOMPARE(error->domain, Error::application(0, QString()).domain);
-            QCoreApplication::processEvents();
-            QCOMPARE(outcome.calls, 0);
-            QVERIFY(readAll(Logger::sharedInstance().logFilePath())
-                        .contains(u"Cannot execute script for remote due to permission problems\n"_s));
-        }
-
-        // A temporary folder that cannot be written to.
-        const QByteArray temporaryFolder = qgetenv("TMPDIR");
-        qputenv("TMPDIR", "/nonexistent/tmp");
-        ScriptRunner runner;
-        Outcome outcome;
-        std::optional<Error> error;
-        const bool started = runner.run(u"echo a"_s, &error, outcome.completion());
-        if (temporaryFolder.isNull())
-            qunsetenv("TMPDIR");
-        else
-            qputenv("TMPDIR", temporaryFolder);
-        QVERIFY(!started);
-        QVERIFY(error);
-        QCOMPARE(error->code, 2);
-        QVERIFY2(
-            error->localizedDescription.startsWith(u"Cannot write to tmp file file:///nonexistent/tmp/"_s),
-            qPrintable(error->localizedDescription));
-        QVERIFY(readAll(Logger::sharedInstance().logFilePath()).contains(error->localizedDescription));
-        QCoreApplication::processEvents();
-        QCOMPARE(outcome.calls, 0);
     }
 };
 
