@@ -75,7 +75,7 @@ QString Logger::maskCredentials(const QString& text) {
 QString Logger::maskFtpPassword(const QString& text) {
     if (!text.contains(QLatin1String("PASS ")))
         return text;
-    static const QRegularExpression pass(QStringLiteral("^(> )?PASS [^\\r\\n]*"),
+    static const QRegularExpression pass(QStringLiteral("^(> |[0-9a-f]{4}: )?PASS [^\\r\\n]*"),
                                          QRegularExpression::MultilineOption);
     QString masked = text;
     masked.replace(pass, QStringLiteral("\\1PASS xxxxxx"));

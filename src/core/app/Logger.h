@@ -30,7 +30,8 @@ public:
 
     static QString maskCredentials(const QString& text);
     // curl's debug trace of an FTP login holds the password in clear, as the
-    // line "> PASS <password>" (the "> " often comes in a read of its own).
+    // line "> PASS <password>" (the "> " often comes in a read of its own),
+    // or "0000: PASS <password>" in its fuller trace.
     // Such lines are written as "PASS xxxxxx".
     static QString maskFtpPassword(const QString& text);
 

@@ -53,6 +53,8 @@ private slots:
         QTest::newRow("FTP login in a trace")
             << QStringLiteral("< 331 User bob OK\r\n> PASS s3cret pass\r\n< 230 OK")
             << QStringLiteral("< 331 User bob OK\r\n> PASS xxxxxx\r\n< 230 OK");
+        QTest::newRow("FTP login in the fuller trace")
+            << QStringLiteral("0000: PASS s3cret\r\n") << QStringLiteral("0000: PASS xxxxxx\r\n");
         QTest::newRow("PASS in a read of its own")
             << QStringLiteral("PASS s3cret\r\n") << QStringLiteral("PASS xxxxxx\r\n");
         QTest::newRow("PASS inside a line is text")
