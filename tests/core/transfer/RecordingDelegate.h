@@ -25,23 +25,19 @@ public:
     void didCompletePercent(const TransporterFilePtr& file, double percent) override {
         messages.append({QStringLiteral("percent"), file, QString(), percent, {}});
     }
-    void didComplete(const TransporterFilePtr& file) override {
-        messages.append({QStringLiteral("complete"), file, QString(), -1, {}});
-    }
+    void didComplete(const TransporterFilePtr& file) override { add(QStringLiteral("complete"), file); }
     void didCompleteListing(const TransporterFilePtr& file, const QStringList& files) override {
         messages.append({QStringLiteral("listing"), file, QString(), -1, files});
     }
     void didCompleteReadingFile(const TransporterFilePtr& file, const QString& content) override {
-        messages.append({QStringLiteral("reading"), file, content, -1, {}});
+        add(QStringLiteral("reading"), file, content);
     }
-    void didCompleteAllRequests(const QString& tag) override {
-        messages.append({QStringLiteral("all"), nullptr, tag, -1, {}});
-    }
+    void didCompleteAllRequests(const QString& tag) override { add(QStringLiteral("all"), nullptr, tag); }
     void didCompleteAllWithErrors(const QString& tag) override {
-        messages.append({QStringLiteral("allWithErrors"), nullptr, tag, -1, {}});
+        add(QStringLiteral("allWithErrors"), nullptr, tag);
     }
     void didFail(const TransporterFilePtr& file, const QString& error) override {
-        messages.append({QStringLiteral("fail"), file, error, -1, {}});
+        add(QStringLiteral("fail"), file, error);
     }
 
     QStringList kinds() const {
@@ -50,12 +46,7 @@ public:
             list.append(message.kind);
         return list;
     }
-    int count(const QString& kind) const {
-        int n = 0;
-        for (const Message& message : messages)
-            n += message.kind == kind ? 1 : 0;
-        return n;
-    }
+    int count(const QString& kind) const { return int(kinds().count(kind)); }
     // The messages of one kind.
     QList<Message> of(const QString& kind) const {
         QList<Message> list;
@@ -67,6 +58,11 @@ public:
     }
     // Whether the run has ended with one of the two completion messages.
     bool ended() const { return count(QStringLiteral("all")) + count(QStringLiteral("allWithErrors")) > 0; }
+
+private:
+    void add(const QString& kind, const TransporterFilePtr& file, const QString& text = QString()) {
+        messages.append({kind, file, text, -1, {}});
+    }
 };
 
 } // namespace tw::test
