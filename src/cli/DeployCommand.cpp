@@ -147,6 +147,7 @@ int DeployCommand::run(const QCommandLineParser& parser) {
         break;
     case DeployOutcome::NothingToDeploy:
     case DeployOutcome::SetupFailed:
+    case DeployOutcome::Refused:
     case DeployOutcome::Aborted:
         break;
     }

@@ -35,6 +35,7 @@ ExitCode exitCodeFor(DeployOutcome outcome) {
     case DeployOutcome::Aborted:
         return ExitCode::Interrupted;
     case DeployOutcome::SetupFailed:
+    case DeployOutcome::Refused:
         return ExitCode::SetupError;
     }
     return ExitCode::Error;

@@ -17,6 +17,9 @@ struct AlertRequest {
     QString message;
     QString informativeText;
     QStringList buttons;
+    // Longer text a person may want (curl's own words, a script's output):
+    // shown on request ("Show Details"), never instead of the message.
+    QString detailedText;
 };
 
 struct SavePanelRequest {

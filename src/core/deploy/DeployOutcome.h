@@ -12,6 +12,7 @@ enum class DeployOutcome {
     ScriptFailed,    // "An error occured when running script"
     Aborted,         // the abort button
     SetupFailed,     // no transfer engine could be made for the site
+    Refused,         // Deploy was pressed while no run could start (another branch checked out, ...)
 };
 
 } // namespace tw

@@ -89,6 +89,7 @@ void ViewController::later(std::function<void()> work) {
 
 void ViewController::end(DeployOutcome outcome, const QString& message) {
     emit deploymentEnded(outcome, message);
+    updateReadiness();
 }
 
 // ---------------------------------------------------------------------------
@@ -152,15 +153,16 @@ void ViewController::setupFileList() {
 }
 
 void ViewController::setupFileList(const std::optional<QString>& sha1) {
-    m_view.setDeployButtonEnabled(currentSite && nonEmpty(currentSite->host));
     if (fileWatcherQueue)
         fileWatcherQueue->removeAllPaths();
 
     auto finish = [this] {
         rebuildRowIndex();
         m_view.filesDidChange();
+        updateReadiness();
     };
 
+    m_listing = ListingState::NoFolder;
     if (!currentSite || !currentSite->localPath) {
         files.reset();
         finish();
@@ -206,13 +208,17 @@ SitePtr ViewController::loadCurrentSite() const {
 bool ViewController::checkCheckedOutBranch() {
     SiteManager manager(currentSite);
     if (!manager.isGitDirectory()) {
+        m_listing = ListingState::NotARepository;
         emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
                                                          .arg(currentSite->localPath.value_or(QString())));
         return false;
     }
-    if (checkOutedBranch() == currentSite->deployBranch)
+    if (checkOutedBranch() == currentSite->deployBranch) {
+        m_listing = ListingState::Listed;
         return true;
+    }
 
+    m_listing = ListingState::OtherBranch;
     files.reset();
     if (!manager.isRepoDirty()) {
         const QString branch = currentSite->deployBranch.value_or(QString());
@@ -253,14 +259,87 @@ void ViewController::switchBranchBtn() {
 // Deploying
 
 void ViewController::deployButton() {
-    if (!hasFilesToUpload()) {
+    const DeployReadiness readiness = this->readiness();
+    switch (readiness) {
+    case DeployReadiness::Ready:
+        prepareDeployFiles();
+        return;
+    case DeployReadiness::NothingToDeploy: {
         AlertRequest alert;
         alert.message = QStringLiteral("Nothing to deploy");
         m_view.runModal(alert);
         end(DeployOutcome::NothingToDeploy, alert.message);
         return;
     }
-    prepareDeployFiles();
+    case DeployReadiness::Deploying:
+    case DeployReadiness::QuestionPending:
+        // One attempt at a time: the running one (or its open question)
+        // decides; a second press does nothing.
+        return;
+    default: {
+        // Another branch checked out, no folder, no server: a run would
+        // deploy something other than the site's branch, or nothing at all.
+        AlertRequest alert;
+        alert.message = QStringLiteral("Cannot deploy");
+        alert.informativeText = describe(readiness);
+        m_view.runModal(alert);
+        end(DeployOutcome::Refused, alert.informativeText);
+        return;
+    }
+    }
+}
+
+DeployReadiness ViewController::readiness() const {
+    if (!currentSite)
+        return DeployReadiness::NoSite;
+    if (isDeploying || m_recordPending)
+        return DeployReadiness::Deploying;
+    if (m_questionPending)
+        return DeployReadiness::QuestionPending;
+    switch (m_listing) {
+    case ListingState::None:
+    case ListingState::NoFolder:
+        return DeployReadiness::NoFolder;
+    case ListingState::NotARepository:
+        return DeployReadiness::NotARepository;
+    case ListingState::OtherBranch:
+        return DeployReadiness::OtherBranch;
+    case ListingState::Listed:
+        break;
+    }
+    if (!nonEmpty(currentSite->host))
+        return DeployReadiness::NoHost;
+    if (!hasFilesToUpload())
+        return DeployReadiness::NothingToDeploy;
+    return DeployReadiness::Ready;
+}
+
+void ViewController::updateReadiness() {
+    const DeployReadiness now = readiness();
+    m_view.setDeployButtonEnabled(now == DeployReadiness::Ready);
+    if (now == m_readiness)
+        return;
+    m_readiness = now;
+    emit readinessChanged(now);
+    if (m_autoDeployWaiting && now != DeployReadiness::Deploying && now != DeployReadiness::QuestionPending) {
+        // A commit came while the last run (or its question) was under way:
+        // it is deployed now, from a fresh listing.
+        m_autoDeployWaiting = false;
+        later([this] {
+            setupFileList();
+            autoDeploy();
+        });
+    }
+}
+
+void ViewController::askQuestion(const AlertRequest& alert, std::function<void(int)> answered) {
+    m_questionPending = true;
+    updateReadiness();
+    m_view.beginSheet(alert, [this, answered = std::move(answered)](int button) {
+        m_questionPending = false;
+        answered(button);
+        updateReadiness();
+    });
 }
 
 bool ViewController::hasFilesToUpload() const {
@@ -279,6 +358,7 @@ void ViewController::prepareDeployFiles() {
     setUploadingStatus(true);
     isDeploying = true;
     uploadIndex = 0;
+    updateReadiness();
 
     Deployer deployer(currentSite);
     deployer.setDelegate(this);
@@ -346,10 +426,11 @@ void ViewController::closeProgress() {
     if (progressVC)
         progressVC->deployFinished();
     isDeploying = false;
+    updateReadiness();
 }
 
 void ViewController::askToForceDeploy(const AlertRequest& alert) {
-    m_view.beginSheet(alert, [this, message = alert.message](int button) {
+    askQuestion(alert, [this, message = alert.message](int button) {
         if (button == 0) {
             forceDeploy();
         } else {
@@ -409,7 +490,7 @@ void ViewController::alertOtherCommitDetected(const QString& sha1, const std::op
                           "to deploy from this commit instead?")
                           .arg(sha1),
                       buttons);
-    m_view.beginSheet(alert, [this, alert, sha1](int button) {
+    askQuestion(alert, [this, alert, sha1](int button) {
         if (button == 1) {
             // The rows listed stay as they are; the cleanup replaces the
             // commit again after a successful run.
@@ -819,8 +900,10 @@ void ViewController::uploadCheckSumAndCleanup() {
     const auto uploadError = m_checkSumManager->upload(
         currentSite->lastCommitDeployed->sha1.value_or(QString()),
         *currentSite->lastCommitDeployed->deployedWhen, currentSite->deployBranch.value_or(QString()));
-    if (uploadError)
+    if (uploadError) {
+        m_recordPending = false;
         emit recordUploadFinished();
+    }
 
     saveCurrentSite();
     setupFileList();
@@ -829,10 +912,17 @@ void ViewController::uploadCheckSumAndCleanup() {
 }
 
 void ViewController::watchRecordUpload() {
-    // The record's upload is not awaited by the run; those who must not quit
-    // before it is on the server (the command line) wait for this signal.
-    connect(transporter.get(), &Transporter::becameIdle, this, &ViewController::recordUploadFinished,
-            Qt::SingleShotConnection);
+    // Until the record is on the server no new run starts: it would read the
+    // old record (or kill this upload) and ask about a commit for nothing.
+    m_recordPending = true;
+    connect(
+        transporter.get(), &Transporter::becameIdle, this,
+        [this] {
+            m_recordPending = false;
+            emit recordUploadFinished();
+            updateReadiness();
+        },
+        Qt::SingleShotConnection);
 }
 
 void ViewController::saveCurrentSite() {
@@ -919,14 +1009,21 @@ void ViewController::updateCheckboxes(bool checked, const QList<qsizetype>& sele
             files->at(row)->willUpload = checked;
     }
     m_view.filesDidChange();
+    updateReadiness();
 }
 
 // ---------------------------------------------------------------------------
 // Automatic deployment
 
 void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationName, const QString& path) {
-    if (isDeploying || notificationName != u"VDKQueueFileWrittenToNotification")
+    if (notificationName != u"VDKQueueFileWrittenToNotification")
         return;
+    if (isDeploying || m_recordPending || m_questionPending) {
+        // Not dropped: once the run (or the question) is over, the files are
+        // listed again and an automatic deployment is tried then.
+        m_autoDeployWaiting = true;
+        return;
+    }
     queue->removePath(path);
     queue->addPath(path);
     queue->setDelegate(this);
@@ -941,7 +1038,12 @@ void ViewController::autoDeploy() {
         return;
     if (currentSite->deployBranch != checkOutedBranch())
         return;
-    if (!hasFilesToUpload())
+    const DeployReadiness readiness = this->readiness();
+    if (readiness == DeployReadiness::Deploying || readiness == DeployReadiness::QuestionPending) {
+        m_autoDeployWaiting = true;
+        return;
+    }
+    if (readiness != DeployReadiness::Ready)
         return;
     prepareDeployFiles();
 }

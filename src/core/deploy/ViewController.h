@@ -2,6 +2,7 @@
 
 #include "app/Error.h"
 #include "deploy/DeployOutcome.h"
+#include "deploy/DeployReadiness.h"
 #include "deploy/DeployView.h"
 #include "deploy/DisplaySleepGuard.h"
 #include "deploy/ProgressView.h"
@@ -79,6 +80,10 @@ public:
     std::optional<QString> checkOutedBranch() const;
     void switchBranchBtn();
 
+    // Whether Deploy would start a run now, and if not, why. The Deploy
+    // button, the command line and automatic deployment all ask this.
+    DeployReadiness readiness() const;
+
     // Deploying.
     void deployButton();
     bool hasFilesToUpload() const;
@@ -155,8 +160,14 @@ signals:
     // The server's deployment record of a successful deployment was sent
     // (or could not be); nothing of the deployment runs any more.
     void recordUploadFinished();
+    // readiness() answers something else now.
+    void readinessChanged(tw::DeployReadiness readiness);
 
 private:
+    // What the last listing found in the site's folder.
+    enum class ListingState { None, NoFolder, NotARepository, OtherBranch, Listed };
+    void updateReadiness();
+    void askQuestion(const AlertRequest& alert, std::function<void(int)> answered);
     void later(std::function<void()> work);
     void showProgress();
     // Closes the progress display; the attempt is no longer deploying.
@@ -183,6 +194,11 @@ private:
     QHash<QString, qsizetype> m_rowIndex; // path -> first row
     bool m_savingSite = false;
     bool m_loaded = false;
+    ListingState m_listing = ListingState::None;
+    bool m_questionPending = false;
+    bool m_recordPending = false;     // the record of a successful run is still being written
+    bool m_autoDeployWaiting = false; // HEAD moved while a run or a question was under way
+    DeployReadiness m_readiness = DeployReadiness::NoSite;
 };
 
 } // namespace tw

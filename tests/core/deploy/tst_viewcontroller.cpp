@@ -79,6 +79,37 @@ private slots:
         QCOMPARE(attempts.count(), 1);
         QCOMPARE(controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
     }
+
+    // Another branch checked out: no run starts, not even for the always
+    // uploaded files, whatever asks for one.
+    void noRunWithAnotherBranchCheckedOut() {
+        test::GitRepository repo;
+        repo.write(u"a"_s, "1");
+        repo.commitAll(u"one"_s);
+        repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"feature"_s});
+        SitePtr s = site(repo.path());
+        s->autoDeploy = true;
+        auto always = File::initWithPath(u"a"_s);
+        s->mandatoryFiles = std::make_shared<FileList>(FileList{always});
+        Sites().storeWithSites({s});
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+
+        QCOMPARE(int(controller.readiness()), int(DeployReadiness::OtherBranch));
+        QVERIFY(!view.deployButtonEnabled);
+        controller.deployButton();
+        QCOMPARE(attempts.count(), 1);
+        QCOMPARE(int(attempts.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Refused));
+        QVERIFY(!controller.transporter);
+
+        repo.git({u"checkout"_s, u"-q"_s, u"main"_s});
+        controller.setupFileList();
+        QCOMPARE(int(controller.readiness()), int(DeployReadiness::Ready));
+        QVERIFY(view.deployButtonEnabled);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestViewController)
