@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -115,12 +116,19 @@ bool ScriptRunner::run(const QString& script, std::optional<Error>* error, Compl
     return true;
 }
 
-QStringList ScriptRunner::remoteArguments(const QString& connectionString, const QString& script) {
-    QStringList arguments = connectionString.split(QLatin1Char(' '));
-    QString commandLine = script.trimmed();
-    commandLine.replace(QLatin1Char('\n'), QLatin1Char(';'));
-    arguments.append(commandLine);
+// The script goes to the remote shell whole, on standard input: joined into
+// one command line its blank lines and "if ... then" blocks became syntax
+// errors. BatchMode and -T: ssh never waits for a person at a prompt.
+QStringList ScriptRunner::remoteArguments(const QString& connectionString) {
+    QStringList arguments{QStringLiteral("-o"), QStringLiteral("BatchMode=yes"), QStringLiteral("-T")};
+    arguments += connectionString.split(QLatin1Char(' '));
+    arguments << QStringLiteral("bash") << QStringLiteral("-s");
     return arguments;
+}
+
+int ScriptRunner::timeoutSeconds() {
+    const qint64 seconds = Preferences::instance().integerValue(QStringLiteral("scriptTimeout"));
+    return seconds > 0 ? static_cast<int>(std::min<qint64>(seconds, 24 * 3600)) : 600;
 }
 
 bool ScriptRunner::runExternal(const QString& connectionString, const QString& script,
@@ -145,11 +153,14 @@ bool ScriptRunner::runExternal(const QString& connectionString, const QString& s
     }
 
     m_output.clear();
-    launch(m_SSHLaunchPath, remoteArguments(connectionString, script));
+    QByteArray input = script.toUtf8();
+    if (!input.endsWith('\n'))
+        input.append('\n');
+    launch(m_SSHLaunchPath, remoteArguments(connectionString), input);
     return true;
 }
 
-void ScriptRunner::launch(const QString& program, const QStringList& arguments) {
+void ScriptRunner::launch(const QString& program, const QStringList& arguments, const QByteArray& input) {
     m_isTerminated = false;
     m_hasError = false;
     m_standardOutputDecoder.resetState();
@@ -166,7 +177,8 @@ void ScriptRunner::launch(const QString& program, const QStringList& arguments) 
     process->setProcessEnvironment(environment);
     process->setProcessChannelMode(QProcess::SeparateChannels);
     // A script that reads its input ends instead of waiting for a person.
-    process->setStandardInputFile(QProcess::nullDevice());
+    if (input.isEmpty())
+        process->setStandardInputFile(QProcess::nullDevice());
 
     connect(process, &QProcess::readyReadStandardOutput, this,
             [this] { appendOutput(QProcess::StandardOutput); });
@@ -206,7 +218,32 @@ void ScriptRunner::launch(const QString& program, const QStringList& arguments) 
                   m_output);
     });
 
+    m_timeout = new QTimer(process);
+    m_timeout->setSingleShot(true);
+    const int seconds = timeoutSeconds();
+    connect(m_timeout, &QTimer::timeout, this, [this, process, seconds] {
+        if (process != m_process)
+            return;
+        process->disconnect(this);
+        process->kill();
+        process->waitForFinished(5000);
+        appendOutput(QProcess::StandardOutput);
+        appendOutput(QProcess::StandardError);
+        m_hasError = true;
+        const QString minutes = seconds % 60 == 0 ? QStringLiteral("%1 minutes").arg(seconds / 60)
+                                                  : QStringLiteral("%1 seconds").arg(seconds);
+        finishRun(Error::application(
+                      static_cast<qint64>(ScriptRunnerError::TimedOut),
+                      QStringLiteral("The script did not end within %1 and was stopped.").arg(minutes)),
+                  m_output);
+    });
+    m_timeout->start(seconds * 1000);
+
     process->start(program, arguments);
+    if (!input.isEmpty()) {
+        process->write(input);
+        process->closeWriteChannel();
+    }
 }
 
 void ScriptRunner::appendOutput(QProcess::ProcessChannel channel) {
@@ -219,6 +256,10 @@ void ScriptRunner::appendOutput(QProcess::ProcessChannel channel) {
 }
 
 void ScriptRunner::finishRun(const std::optional<Error>& error, const QString& result) {
+    if (m_timeout) {
+        m_timeout->stop();
+        m_timeout = nullptr; // goes with the process
+    }
     if (m_process) {
         m_isTerminated = true;
         m_process->disconnect(this);

@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QString>
 #include <QStringDecoder>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -24,13 +25,23 @@ enum class ScriptRunnerError {
     // The script ran and ended with a non-zero exit status, or crashed, or
     // could not be started (reported through the completion).
     ScriptFailed = 3,
+    // The script did not end within the time-out and was killed.
+    TimedOut = 4,
 };
 
 // Runs the scripts a site runs before and after a deployment. A local script
 // runs as an executable file in the temporary folder that starts with
 // "#!/bin/bash" and the base path's "cd" line; a remote script runs on the
-// server through ssh, as one command line. The child's environment holds only
-// PATH, and what it prints on both channels is collected in output().
+// server through ssh: its text goes whole to "bash -s" on ssh's standard
+// input, so blank lines and multi-line constructs run as written. ssh runs
+// in batch mode without a terminal: a password, pass phrase or host-key
+// prompt fails at once instead of waiting for a person. The child's
+// environment holds only PATH, and what it prints on both channels is
+// collected in output().
+//
+// No script runs for ever: one that has not ended after the time-out (the
+// preference "scriptTimeout", in seconds, 10 minutes unless set) is killed
+// and fails with a message that says so.
 //
 // One run at a time; the deploy run makes one runner per stage. The child's
 // output and end arrive on the event loop of the thread that started the run,
@@ -72,13 +83,17 @@ public:
     bool runExternal(const QString& connectionString, const QString& script, std::optional<Error>* error,
                      Completion completion);
 
-    // The ssh arguments of a remote script: the connection string split at
-    // every blank (empty pieces kept), then the script as one command line.
-    static QStringList remoteArguments(const QString& connectionString, const QString& script);
+    // The ssh arguments of a remote script: batch mode and no terminal, the
+    // connection string split at every blank (empty pieces kept), then the
+    // remote command "bash -s", which reads the script from standard input.
+    static QStringList remoteArguments(const QString& connectionString);
+
+    // How long a script may run (the preference "scriptTimeout").
+    static int timeoutSeconds();
 
 private:
     bool fail(ScriptRunnerError code, const QString& text, std::optional<Error>* error);
-    void launch(const QString& program, const QStringList& arguments);
+    void launch(const QString& program, const QStringList& arguments, const QByteArray& input = {});
     void appendOutput(QProcess::ProcessChannel channel);
     void finishRun(const std::optional<Error>& error, const QString& result);
     void cleanUpScriptFile();
@@ -95,6 +110,7 @@ private:
     QString m_basePath;
 
     QProcess* m_process = nullptr;
+    QTimer* m_timeout = nullptr;
     QStringDecoder m_standardOutputDecoder{QStringDecoder::Utf8};
     QStringDecoder m_standardErrorDecoder{QStringDecoder::Utf8};
     std::optional<SecurityBookmarkManager> m_folderAccess;

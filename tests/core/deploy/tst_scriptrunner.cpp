@@ -1,13 +1,20 @@
+#include "SshServer.h"
 #include "TestEnvironment.h"
+#include "app/Preferences.h"
 #include "deploy/ScriptRunner.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <fcntl.h>
 #include <optional>
+#include <stdlib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 using namespace tw;
@@ -30,14 +37,42 @@ struct Outcome {
     }
 };
 
+// Makes the test process the leader of a session whose controlling terminal
+// is a fresh pseudo-terminal that nobody reads, as a terminal is for a
+// program started from one: a child that asks there waits for ever.
+class ControllingTerminal {
+public:
+    ControllingTerminal() {
+        m_master = ::posix_openpt(O_RDWR | O_NOCTTY);
+        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0)
+            return;
+        ::setsid();
+        m_slave = ::open(::ptsname(m_master), O_RDWR);
+        if (m_slave >= 0)
+            ::ioctl(m_slave, TIOCSCTTY, 0);
+    }
+    ~ControllingTerminal() {
+        if (m_slave >= 0) {
+            // A session leader that lets go of its terminal gets SIGHUP.
+            const auto previous = ::signal(SIGHUP, SIG_IGN);
+            ::ioctl(m_slave, TIOCNOTTY);
+            ::close(m_slave);
+            ::signal(SIGHUP, previous);
+        }
+        if (m_master >= 0)
+            ::close(m_master);
+    }
+    bool isValid() const { return m_slave >= 0; }
+
+private:
+    int m_master = -1;
+    int m_slave = -1;
+};
+
 } // namespace
 
 class TestScriptRunner : public QObject {
     Q_OBJECT
-
-    // A stand-in for ssh that prints each argument it gets on a line of its own.
-    QTemporaryDir fakeSshFolder;
-    QString fakeSsh;
 
     // Runs a local script to its end.
     static void runLocal(ScriptRunner& runner, const QString& script, Outcome& outcome) {
@@ -48,16 +83,7 @@ class TestScriptRunner : public QObject {
     }
 
 private slots:
-    void initTestCase() {
-        test::TestEnvironment::isolate();
-        QVERIFY(fakeSshFolder.isValid());
-        fakeSsh = fakeSshFolder.path() + u"/ssh"_s;
-        QFile script(fakeSsh);
-        QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\nfor argument in \"$@\"; do printf '[%s]\\n' \"$argument\"; done\n");
-        script.close();
-        QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
+    void initTestCase() { test::TestEnvironment::isolate(); }
 
     void localScriptFile() {
         QTemporaryDir base;
@@ -119,22 +145,68 @@ private slots:
         QVERIFY(!runner.hasError());
     }
 
-    void remoteArguments() {
+    // A remote script reaches the server's shell whole: blank lines and
+    // multi-line constructs run as written, and what it prints comes back.
+    void remoteScriptRunsAsWritten() {
+        test::SshServer server;
+        TW_REQUIRE_SERVER(server);
         ScriptRunner runner;
-        QCOMPARE(runner.SSHLaunchPath(), u"/usr/bin/ssh"_s);
-        runner.setSSHLaunchPath(fakeSsh);
-
         Outcome outcome;
         std::optional<Error> error;
-        QVERIFY(runner.runExternal(u"-p 2222 myserver"_s, u"cd www\nls"_s, &error, outcome.completion()));
+        const QString script = u"cd "_s + server.remoteFolder() +
+                               u"\n\nif [ -d . ]; then\n  echo \"in $(basename \"$PWD\")\"\nfi\n"
+                               u"for n in 1 2; do\n  echo \"n=$n\"\ndone\n"_s;
+        QVERIFY(runner.runExternal(server.connectionString(), script, &error, outcome.completion()));
         QVERIFY(!error);
         QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, 20000);
-        QVERIFY(!outcome.error);
-        QCOMPARE(outcome.result, u"[-p]\n[2222]\n[myserver]\n[cd www;ls]\n"_s);
+        QVERIFY2(!outcome.error, qPrintable(outcome.result));
+        QCOMPARE(outcome.result, u"in remote\nn=1\nn=2\n"_s);
 
-        // Split at every single blank, empty pieces kept; the script trimmed.
-        QCOMPARE(ScriptRunner::remoteArguments(u"-p  2222 host "_s, u"\n  cd www\nls -la\n\n"_s),
-                 (QStringList{u"-p"_s, QString(), u"2222"_s, u"host"_s, QString(), u"cd www;ls -la"_s}));
+        // A failing remote script reports its exit status and its output.
+        Outcome failing;
+        QVERIFY(runner.runExternal(server.connectionString(), u"echo before\nexit 4\n"_s, &error,
+                                   failing.completion()));
+        QTRY_COMPARE_WITH_TIMEOUT(failing.calls, 1, 20000);
+        QVERIFY(failing.error);
+        QVERIFY2(failing.error->localizedDescription.contains(u"exit status 4"_s),
+                 qPrintable(failing.error->localizedDescription));
+        QCOMPARE(failing.result, u"before\n"_s);
+    }
+
+    // ssh never waits for a person: with a terminal to ask on, an unknown
+    // host key would be a question nobody answers; it fails at once instead.
+    void remoteLoginNeverPrompts() {
+        test::SshServer server;
+        TW_REQUIRE_SERVER(server);
+        ControllingTerminal terminal;
+        QVERIFY2(terminal.isValid(), "no pseudo-terminal to act as the controlling terminal");
+        ScriptRunner runner;
+        Outcome outcome;
+        std::optional<Error> error;
+        const QString connection = u"-p "_s + QString::number(server.port()) + u" -i "_s + server.keyPath() +
+                                   u" -o UserKnownHostsFile=/dev/null -o StrictHostKeyChecking=ask"
+                                   u" root@127.0.0.1"_s;
+        QVERIFY(runner.runExternal(connection, u"echo never"_s, &error, outcome.completion()));
+        QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, 15000);
+        QVERIFY(outcome.error);
+        QVERIFY2(outcome.result.contains(u"Host key verification failed"_s), qPrintable(outcome.result));
+    }
+
+    // A script that does not end is stopped after the time-out and says so.
+    void scriptTimeOut() {
+        test::TestEnvironment::resetPreferences();
+        Preferences::instance().setInteger(u"scriptTimeout"_s, 1);
+        ScriptRunner runner;
+        Outcome outcome;
+        std::optional<Error> error;
+        QVERIFY(runner.run(u"echo started; sleep 60"_s, &error, outcome.completion()));
+        QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, 20000);
+        QVERIFY(outcome.error);
+        QCOMPARE(outcome.error->code, qint64(ScriptRunnerError::TimedOut));
+        QVERIFY2(outcome.error->localizedDescription.contains(u"1 seconds"_s),
+                 qPrintable(outcome.error->localizedDescription));
+        QCOMPARE(outcome.result, u"started\n"_s);
+        Preferences::instance().remove(u"scriptTimeout"_s);
     }
 };
 
