@@ -80,8 +80,8 @@ int DeployCommand::run(const QCommandLineParser& parser) {
     if (const auto problem = secretStoreProblem(*SiteSelection::siteAt(*index)))
         return fail(ExitCode::SetupError, *problem);
 
-    SiteSelection selection(*index);
-    DeploySession session(presetAnswers(parser), !parser.isSet(QStringLiteral("quiet")));
+    DeploySession session(SiteSelection::siteAt(*index)->siteId(), presetAnswers(parser),
+                          !parser.isSet(QStringLiteral("quiet")));
     session.load();
     const SitePtr site = session.controller().currentSite;
     if (!site)
@@ -114,19 +114,22 @@ int DeployCommand::run(const QCommandLineParser& parser) {
     }
     switch (result.outcome) {
     case DeployOutcome::Deployed: {
-        const SitePtr& saved = session.controller().currentSite;
-        const QString commit = saved && saved->lastCommitDeployed
-                                   ? saved->lastCommitDeployed->sha1.value_or(QString())
-                                   : QString();
         terminal.outLine(
             QStringLiteral("Deployed site %1: commit %2 of branch %3 to %4 (%5, %6).")
                 .arg(
-                    SiteSelection::describe(*index, site), commit, site->deployBranch.value_or(QString()),
-                    destination(*site),
+                    SiteSelection::describe(*index, site), result.summary.commit,
+                    site->deployBranch.value_or(QString()), destination(*site),
                     plural(counts.uploads, QStringLiteral("file uploaded"), QStringLiteral("files uploaded")),
                     plural(counts.deletions, QStringLiteral("deleted"), QStringLiteral("deleted"))));
+        if (result.summary.waiting > 0)
+            terminal.outLine(
+                plural(result.summary.waiting, QStringLiteral("file waits"), QStringLiteral("files wait")) +
+                QStringLiteral(" (left out with an unchecked mark) for a later deployment."));
         return toInt(ExitCode::Success);
     }
+    case DeployOutcome::RecordNotWritten:
+        terminal.errLine(QStringLiteral("Not deployed: ") + result.message);
+        break;
     case DeployOutcome::Cancelled:
         if (unanswered) {
             terminal.errLine(QStringLiteral("Not deployed: the question was not answered. Nothing was "
@@ -136,9 +139,12 @@ int DeployCommand::run(const QCommandLineParser& parser) {
         terminal.errLine(QStringLiteral("Not deployed: ") + result.message);
         return toInt(ExitCode::Cancelled);
     case DeployOutcome::Failed:
-        terminal.errLine(QStringLiteral("The deployment failed; the server's record was not written. The log "
-                                        "files are in ") +
-                         Logger::sharedInstance().logDirectory());
+        terminal.errLine(
+            QStringLiteral("The deployment failed (%1 of %2 files were sent); the server's record "
+                           "was not written. The log files are in ")
+                .arg(result.summary.done)
+                .arg(result.summary.total) +
+            Logger::sharedInstance().logDirectory());
         break;
     case DeployOutcome::ScriptFailed:
         terminal.errLine(QStringLiteral("A script failed: ") + result.message);

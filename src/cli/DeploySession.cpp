@@ -9,11 +9,13 @@
 
 namespace tw::cli {
 
-DeploySession::DeploySession(PresetAnswers answers, bool showProgress)
+DeploySession::DeploySession(const QString& siteId, PresetAnswers answers, bool showProgress)
     : m_interaction(Terminal::instance(), std::move(answers))
     , m_progress(showProgress ? std::make_unique<ProgressPrinter>(Terminal::instance()) : nullptr)
     , m_view(m_interaction, m_progress.get())
-    , m_controller(std::make_unique<ViewController>(m_view)) {}
+    , m_controller(std::make_unique<ViewController>(m_view)) {
+    m_controller->pinSite(siteId);
+}
 
 DeploySession::~DeploySession() {
     // The controller goes first: it may still talk to the view.
@@ -60,30 +62,30 @@ std::optional<QString> DeploySession::listingProblem() {
 
 DeploySession::Counts DeploySession::counts() const {
     Counts counts;
-    if (m_controller->files) {
-        for (const FilePtr& file : *m_controller->files) {
-            if (!file->willUpload)
-                continue;
-            if (file->gitStatus == u"D")
-                ++counts.deletions;
-            else
-                ++counts.uploads;
+    if (!m_controller->files)
+        return counts;
+    for (const FilePtr& file : *m_controller->files) {
+        const bool mandatory = file->gitStatus == u"-";
+        if (!file->willUpload) {
+            if (!mandatory)
+                ++counts.waiting;
+        } else if (mandatory) {
+            ++counts.alwaysUploaded;
+        } else if (file->gitStatus == u"D") {
+            ++counts.deletions;
+        } else {
+            ++counts.uploads;
         }
     }
-    const SitePtr& site = m_controller->currentSite;
-    if (site && site->mandatoryFiles)
-        counts.alwaysUploaded = site->mandatoryFiles->size();
     return counts;
 }
 
 bool DeploySession::isIdle() const {
-    const auto& transporter = m_controller->transporter;
-    return !transporter || (transporter->runningProcessCount() == 0 && transporter->queueMultiCount() == 0);
+    return m_controller->isIdle();
 }
 
 DeploySession::Result DeploySession::deploy() {
     std::optional<Result> result;
-    bool recordSent = false;
     bool interrupted = InterruptWatcher::wasInterrupted();
     bool done = false;
     QEventLoop loop;
@@ -92,8 +94,6 @@ DeploySession::Result DeploySession::deploy() {
 
     const auto check = [&] {
         if (done || !result)
-            return;
-        if (result->outcome == DeployOutcome::Deployed && !recordSent && !interrupted)
             return;
         if (!isIdle()) {
             poll.start();
@@ -105,17 +105,11 @@ DeploySession::Result DeploySession::deploy() {
     };
     connect(&poll, &QTimer::timeout, &loop, check);
     connect(m_controller.get(), &ViewController::deploymentEnded, &loop,
-            [&](DeployOutcome outcome, const QString& message) {
-                // The first end counts: a failed file and then the failed
-                // queue report the same failure twice.
+            [&](DeployOutcome outcome, const QString& message, const RunSummary& summary) {
                 if (!result)
-                    result = Result{outcome, message, false};
+                    result = Result{outcome, message, false, summary};
                 check();
             });
-    connect(m_controller.get(), &ViewController::recordUploadFinished, &loop, [&] {
-        recordSent = true;
-        check();
-    });
     connect(&InterruptWatcher::instance(), &InterruptWatcher::interrupted, &loop, [&] {
         interrupted = true;
         m_controller->abortDeploy();
@@ -123,13 +117,13 @@ DeploySession::Result DeploySession::deploy() {
     });
 
     if (interrupted)
-        return Result{DeployOutcome::Aborted, QStringLiteral("Deployment aborted"), true};
+        return Result{DeployOutcome::Aborted, QStringLiteral("Deployment aborted"), true, {}};
     m_controller->deployButton();
     check();
     if (!done)
         loop.exec();
     Result ended =
-        result.value_or(Result{DeployOutcome::Aborted, QStringLiteral("Deployment aborted"), false});
+        result.value_or(Result{DeployOutcome::Aborted, QStringLiteral("Deployment aborted"), false, {}});
     ended.interrupted = interrupted || InterruptWatcher::wasInterrupted();
     return ended;
 }

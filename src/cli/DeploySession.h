@@ -14,14 +14,15 @@
 
 namespace tw::cli {
 
-// The deploy controller on the current site with a terminal for its view:
-// what the window is, without the window. 'status', 'deploy' and 'watch'
-// use it.
+// The deploy controller on one site with a terminal for its view: what the
+// window is, without the window. 'status', 'deploy' and 'watch' use it. The
+// site is the stored site with the given id; the stored current site stays
+// as it is.
 class DeploySession : public QObject {
     Q_OBJECT
 
 public:
-    DeploySession(PresetAnswers answers, bool showProgress);
+    DeploySession(const QString& siteId, PresetAnswers answers, bool showProgress);
     ~DeploySession() override;
 
     ViewController& controller() { return *m_controller; }
@@ -39,10 +40,11 @@ public:
         DeployOutcome outcome = DeployOutcome::Failed;
         QString message;
         bool interrupted = false; // Ctrl-C aborted it
+        RunSummary summary;
     };
-    // Presses Deploy and runs the event loop until the deployment has ended,
-    // the server's record of a successful one was sent, and no curl process
-    // of it runs any more. Ctrl-C aborts the deployment.
+    // Presses Deploy and runs the event loop until the deployment has ended
+    // (for a successful one: its record is written) and no curl process of
+    // it runs any more. Ctrl-C aborts the deployment.
     Result deploy();
 
     // No transfer and no script of the controller runs.
@@ -53,6 +55,7 @@ public:
         qsizetype uploads = 0;
         qsizetype deletions = 0;
         qsizetype alwaysUploaded = 0; // entries of the site's list, folders count once
+        qsizetype waiting = 0;        // unchecked earlier: they wait for a later deployment
     };
     Counts counts() const;
 

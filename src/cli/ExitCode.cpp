@@ -29,6 +29,7 @@ ExitCode exitCodeFor(DeployOutcome outcome) {
     case DeployOutcome::Cancelled:
         return ExitCode::Cancelled;
     case DeployOutcome::Failed:
+    case DeployOutcome::RecordNotWritten:
         return ExitCode::TransferError;
     case DeployOutcome::ScriptFailed:
         return ExitCode::ScriptError;

@@ -34,8 +34,12 @@ std::optional<qsizetype> SiteSelection::resolve(const QString& nameOrIndex) {
 
 SitePtr SiteSelection::siteAt(qsizetype index) {
     const SiteList sites = Sites().loadAll().value_or(SiteList());
-    if (index < 0 || index >= sites.size())
+    if (index < 0 || index >= sites.size() || !sites.at(index))
         return nullptr;
+    if (!sites.at(index)->hasSiteId()) {
+        sites.at(index)->siteId();
+        Sites().storeWithSites(sites);
+    }
     return sites.at(index);
 }
 
@@ -43,20 +47,6 @@ QString SiteSelection::describe(qsizetype index, const SitePtr& site) {
     return QStringLiteral("%1 \u201c%2\u201d")
         .arg(index)
         .arg(site ? site->name.value_or(QString()) : QString());
-}
-
-SiteSelection::SiteSelection(qsizetype index)
-    : m_index(index) {
-    const qsizetype current = SiteListActions::currentIndex();
-    if (current != index) {
-        m_previous = current;
-        SiteListActions::setCurrentIndex(index);
-    }
-}
-
-SiteSelection::~SiteSelection() {
-    if (m_previous)
-        SiteListActions::setCurrentIndex(*m_previous);
 }
 
 } // namespace tw::cli

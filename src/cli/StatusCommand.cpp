@@ -38,8 +38,7 @@ int StatusCommand::run(const QCommandLineParser& parser) {
     const auto index = SiteSelection::resolve(parser.positionalArguments().value(0));
     if (!index)
         return toInt(ExitCode::SetupError);
-    SiteSelection selection(*index);
-    DeploySession session(PresetAnswers(), false);
+    DeploySession session(SiteSelection::siteAt(*index)->siteId(), PresetAnswers(), false);
     session.load();
     ViewController& controller = session.controller();
     const SitePtr site = controller.currentSite;
@@ -59,8 +58,10 @@ int StatusCommand::run(const QCommandLineParser& parser) {
             state = QStringLiteral("wrongBranch");
     } else if (controller.hasFilesToUpload()) {
         state = QStringLiteral("toDeploy");
-        if (controller.files->isEmpty())
-            message = QStringLiteral("All files deployed. Good work!");
+    } else if (const qsizetype waiting = controller.waitingCount(); waiting > 0) {
+        state = QStringLiteral("waiting");
+        message = waiting == 1 ? QStringLiteral("1 file waits (left out of a deployment).")
+                               : QStringLiteral("%1 files wait (left out of a deployment).").arg(waiting);
     } else {
         state = QStringLiteral("allDeployed");
         message = QStringLiteral("All files deployed. Good work!");
@@ -89,8 +90,11 @@ int StatusCommand::run(const QCommandLineParser& parser) {
         QJsonArray files;
         if (controller.files) {
             for (const FilePtr& file : *controller.files) {
+                if (file->gitStatus == u"-")
+                    continue; // listed under alwaysUploaded
                 files.append(QJsonObject{{QStringLiteral("path"), archive::toJson(file->pathWithFilename)},
-                                         {QStringLiteral("change"), archive::toJson(file->gitStatus)}});
+                                         {QStringLiteral("change"), archive::toJson(file->gitStatus)},
+                                         {QStringLiteral("waiting"), !file->willUpload}});
             }
         }
         object.insert(QStringLiteral("files"), files);
@@ -108,20 +112,31 @@ int StatusCommand::run(const QCommandLineParser& parser) {
         terminal.outLine(*problem);
         return toInt(code);
     }
-    if (!controller.files->isEmpty()) {
-        const DeploySession::Counts counts = session.counts();
-        terminal.outLine(QStringLiteral("%1 to deploy (%2 to upload, %3 to delete):")
-                             .arg(controller.files->size() == 1
-                                      ? QStringLiteral("1 file")
-                                      : QStringLiteral("%1 files").arg(controller.files->size()))
-                             .arg(counts.uploads)
-                             .arg(counts.deletions));
-        for (const FilePtr& file : *controller.files)
-            terminal.outLine(QStringLiteral("  %1  %2")
-                                 .arg(file->gitStatus.value_or(QStringLiteral("?")), -2)
-                                 .arg(file->pathWithFilename.value_or(QString())));
-    } else {
+    const DeploySession::Counts counts = session.counts();
+    if (counts.uploads + counts.deletions > 0) {
+        const qsizetype changed = counts.uploads + counts.deletions;
+        terminal.outLine(
+            QStringLiteral("%1 to deploy (%2 to upload, %3 to delete):")
+                .arg(changed == 1 ? QStringLiteral("1 file") : QStringLiteral("%1 files").arg(changed))
+                .arg(counts.uploads)
+                .arg(counts.deletions));
+        for (const FilePtr& file : *controller.files) {
+            if (file->willUpload && file->gitStatus != u"-")
+                terminal.outLine(QStringLiteral("  %1  %2")
+                                     .arg(file->gitStatus.value_or(QStringLiteral("?")), -2)
+                                     .arg(file->pathWithFilename.value_or(QString())));
+        }
+    } else if (message) {
         terminal.outLine(*message);
+    }
+    if (counts.waiting > 0 && counts.uploads + counts.deletions > 0) {
+        terminal.outLine(QStringLiteral("Waiting (unchecked, left out until a commit changes them):"));
+        for (const FilePtr& file : *controller.files) {
+            if (!file->willUpload && file->gitStatus != u"-")
+                terminal.outLine(QStringLiteral("  %1  %2")
+                                     .arg(file->gitStatus.value_or(QStringLiteral("?")), -2)
+                                     .arg(file->pathWithFilename.value_or(QString())));
+        }
     }
     if (!always.isEmpty())
         terminal.outLine(QStringLiteral("Uploaded with every deployment: ") +

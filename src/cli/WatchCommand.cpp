@@ -50,8 +50,7 @@ int WatchCommand::run(const QCommandLineParser& parser) {
     if (const auto problem = DeployCommand::secretStoreProblem(*stored))
         return fail(ExitCode::SetupError, *problem);
 
-    SiteSelection selection(*index);
-    DeploySession session(presetAnswers(parser), !parser.isSet(QStringLiteral("quiet")));
+    DeploySession session(stored->siteId(), presetAnswers(parser), !parser.isSet(QStringLiteral("quiet")));
     session.load();
     ViewController& controller = session.controller();
     const SitePtr site = controller.currentSite;
@@ -85,14 +84,11 @@ int WatchCommand::run(const QCommandLineParser& parser) {
     QTimer poll;
     poll.setInterval(50);
     std::optional<DeploySession::Result> current;
-    bool recordSent = false;
     bool interrupted = false;
     int exitCode = toInt(ExitCode::Success);
 
     const auto settle = [&] {
         if (!current)
-            return;
-        if (current->outcome == DeployOutcome::Deployed && !recordSent && !interrupted)
             return;
         if (!session.isIdle()) {
             poll.start();
@@ -102,10 +98,7 @@ int WatchCommand::run(const QCommandLineParser& parser) {
         QString line;
         switch (current->outcome) {
         case DeployOutcome::Deployed:
-            line = QStringLiteral("Deployed commit %1.")
-                       .arg(controller.currentSite && controller.currentSite->lastCommitDeployed
-                                ? controller.currentSite->lastCommitDeployed->sha1.value_or(QString())
-                                : QString());
+            line = QStringLiteral("Deployed commit %1.").arg(current->summary.commit);
             break;
         case DeployOutcome::Cancelled:
             line = session.interaction().hadUnansweredQuestion()
@@ -118,27 +111,22 @@ int WatchCommand::run(const QCommandLineParser& parser) {
         }
         terminal.outLine(QStringLiteral("[%1] ").arg(Logger::sharedInstance().timestamp()) + line);
         current.reset();
-        recordSent = false;
         session.interaction().reset();
         if (interrupted)
             loop.quit();
     };
     QObject::connect(&poll, &QTimer::timeout, &loop, settle);
     QObject::connect(&controller, &ViewController::deploymentEnded, &loop,
-                     [&](DeployOutcome outcome, const QString& message) {
+                     [&](DeployOutcome outcome, const QString& message, const RunSummary& summary) {
                          if (!current)
-                             current = DeploySession::Result{outcome, message, false};
+                             current = DeploySession::Result{outcome, message, false, summary};
                          settle();
                      });
-    QObject::connect(&controller, &ViewController::recordUploadFinished, &loop, [&] {
-        recordSent = true;
-        settle();
-    });
     QObject::connect(&InterruptWatcher::instance(), &InterruptWatcher::interrupted, &loop, [&] {
         if (interrupted)
             return;
         interrupted = true;
-        if (controller.isDeploying || current || !session.isIdle()) {
+        if (controller.isDeploying() || current || !session.isIdle()) {
             exitCode = toInt(ExitCode::Interrupted);
             terminal.errLine(QStringLiteral("Interrupted: aborting the running deployment."));
             controller.abortDeploy();

@@ -269,11 +269,13 @@ std::optional<QString> MainWindow::runOpenPanel(const OpenPanelRequest& panel) {
 // ---------------------------------------------------------------------------
 // What the controller shows
 
+// One progress sheet for the window's life, presented again for every run:
+// the runs hold on to it until they are gone.
 ProgressView* MainWindow::performProgressSegue() {
-    if (m_progress && m_progress->isPresented())
-        return m_progress.get();
-    m_progress = std::make_unique<ProgressViewController>(this);
-    m_progress->present();
+    if (!m_progress)
+        m_progress = std::make_unique<ProgressViewController>(this);
+    if (!m_progress->isPresented())
+        m_progress->present();
     return m_progress.get();
 }
 
@@ -342,7 +344,7 @@ void MainWindow::updateLabels() {
     }
 
     QString warning;
-    if (ViewController::isUploading() && !m_controller->isDeploying)
+    if (ViewController::isUploading() && !m_controller->isDeploying())
         warning = tr("The last deployment did not finish. Deploy again to bring the server up to date.");
     else if (m_controller->files && SiteManager(site).isRepoDirty())
         warning = tr("The repository has uncommitted changes; only committed files are deployed.");
@@ -453,7 +455,7 @@ void MainWindow::showLogFolder() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    if (m_controller->isDeploying) {
+    if (m_controller->isDeploying()) {
         AlertRequest alert;
         alert.message = tr("A deployment is running");
         alert.informativeText = tr("Quitting now stops it; the server keeps what was sent so far.");

@@ -26,9 +26,21 @@ int ScriptedInteraction::runModal(const AlertRequest& alert) {
 }
 
 void ScriptedInteraction::beginSheet(const AlertRequest& alert, std::function<void(int)> completion) {
+    if (holdSheets) {
+        alerts.append(alert);
+        heldSheets.append(std::move(completion));
+        return;
+    }
     const int answer = answerFor(alert);
     QMetaObject::invokeMethod(
         QCoreApplication::instance(), [completion, answer] { completion(answer); }, Qt::QueuedConnection);
+}
+
+void ScriptedInteraction::answerHeldSheet(int button) {
+    if (heldSheets.isEmpty())
+        return;
+    const std::function<void(int)> completion = heldSheets.takeFirst();
+    completion(button);
 }
 
 std::optional<QString> ScriptedInteraction::runSavePanel(const SavePanelRequest& panel) {

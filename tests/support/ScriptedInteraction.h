@@ -19,6 +19,11 @@ public:
     QList<OpenPanelRequest> openPanels;
     std::optional<QString> savePanelAnswer;
     std::optional<QString> openPanelAnswer;
+    // Sheets stay open (unanswered) until answerHeldSheet: a question that
+    // waits for the person.
+    bool holdSheets = false;
+    QList<std::function<void(int)>> heldSheets;
+    void answerHeldSheet(int button);
 
     int runModal(const AlertRequest& alert) override;
     void beginSheet(const AlertRequest& alert, std::function<void(int)> completion) override;

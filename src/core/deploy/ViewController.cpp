@@ -2,20 +2,18 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
-#include "app/SystemLog.h"
+#include "deploy/DeployRun.h"
 #include "deploy/NotificationHub.h"
-#include "deploy/ScriptRunner.h"
-#include "deploy/Statistics.h"
+#include "deploy/UploadingFlag.h"
 #include "deploy/UserNotifier.h"
+#include "deploy/WaitingFiles.h"
 #include "git/SiteManager.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/Sites.h"
-#include "transfer/CheckSumManager.h"
 
+#include <QCoreApplication>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
 
 namespace tw {
 
@@ -23,46 +21,10 @@ namespace {
 
 const QString kCurrentSiteIndex = QStringLiteral("currentSiteIndex");
 const QString kSites = QStringLiteral("sites");
-const QString kDeployTag = QStringLiteral("deploy");
+const QString kMandatory = QStringLiteral("-");
 
 bool nonEmpty(const std::optional<QString>& text) {
     return text && !text->isEmpty();
-}
-
-// A path of a mandatory folder's file goes through the formatter with the
-// file's name as its only argument: "%@" takes the name and "%%" is a
-// percent sign; anything else stays as it is.
-QString formatWithName(const QString& format, const QString& fileName) {
-    QString result;
-    result.reserve(format.size());
-    bool argumentUsed = false;
-    for (qsizetype i = 0; i < format.size(); ++i) {
-        if (format.at(i) == u'%' && i + 1 < format.size()) {
-            const QChar next = format.at(i + 1);
-            if (next == u'%') {
-                result += QLatin1Char('%');
-                ++i;
-                continue;
-            }
-            if (next == u'@' && !argumentUsed) {
-                result += fileName;
-                argumentUsed = true;
-                ++i;
-                continue;
-            }
-        }
-        result += format.at(i);
-    }
-    return result;
-}
-
-AlertRequest warning(const QString& message, const QString& informative, const QStringList& buttons) {
-    AlertRequest alert;
-    alert.style = AlertStyle::Warning;
-    alert.message = message;
-    alert.informativeText = informative;
-    alert.buttons = buttons;
-    return alert;
 }
 
 } // namespace
@@ -70,17 +32,13 @@ AlertRequest warning(const QString& message, const QString& informative, const Q
 ViewController::ViewController(DeployView& view, QObject* parent)
     : QObject(parent)
     , m_view(view)
-    , m_notifier(std::make_unique<UserNotifier>()) {
-    m_postDeployTimer.setSingleShot(true);
-    m_postDeployTimer.setInterval(postDeployDelayMilliseconds);
-    connect(&m_postDeployTimer, &QTimer::timeout, this, &ViewController::deployFinished);
-}
+    , m_notifier(std::make_unique<UserNotifier>()) {}
 
 ViewController::~ViewController() {
     if (fileWatcherQueue)
         fileWatcherQueue->removeAllPaths();
-    if (transporter)
-        transporter->setDelegate(nullptr);
+    // A run still under way stops with its processes.
+    delete m_run.data();
 }
 
 void ViewController::later(std::function<void()> work) {
@@ -88,8 +46,12 @@ void ViewController::later(std::function<void()> work) {
 }
 
 void ViewController::end(DeployOutcome outcome, const QString& message) {
-    emit deploymentEnded(outcome, message);
+    emit deploymentEnded(outcome, message, m_lastSummary);
     updateReadiness();
+}
+
+void ViewController::pinSite(const QString& siteId) {
+    m_pinnedSiteId = siteId;
 }
 
 // ---------------------------------------------------------------------------
@@ -109,9 +71,7 @@ void ViewController::viewDidLoad() {
 
     currentSite = loadCurrentSite();
     m_view.siteDidChange();
-    setupFileList(currentSite && currentSite->lastCommitDeployed ? currentSite->lastCommitDeployed->sha1
-                                                                 : std::nullopt);
-    isDeploying = false;
+    setupFileList();
 
     if (!m_loaded) {
         m_loaded = true;
@@ -125,18 +85,15 @@ void ViewController::viewDidLoad() {
 }
 
 void ViewController::preferenceChanged(const QString& key) {
-    if (key == kCurrentSiteIndex) {
+    // A run works on its own copy of the site; the list follows the stored
+    // sites once it has ended.
+    if (key == kCurrentSiteIndex && !m_pinnedSiteId)
         reloadSiteAndFiles();
-    } else if (key == kSites && !m_savingSite && !isDeploying) {
-        // The list was changed elsewhere (the editor, an import): the current
-        // site is read again. Our own save after a deployment is not a change.
+    else if (key == kSites)
         reloadSiteAndFiles();
-    }
 }
 
 void ViewController::reloadSiteAndFiles() {
-    if (isDeploying)
-        return;
     currentSite = loadCurrentSite();
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
@@ -147,22 +104,31 @@ void ViewController::reloadSiteAndFiles() {
     setupFileList();
 }
 
-void ViewController::setupFileList() {
-    setupFileList(currentSite && currentSite->lastCommitDeployed ? currentSite->lastCommitDeployed->sha1
-                                                                 : std::nullopt);
+SitePtr ViewController::loadCurrentSite() const {
+    if (!m_pinnedSiteId)
+        return SiteManager(currentSite).loadCurrentSite();
+    const auto sites = Sites().loadAll();
+    if (!sites)
+        return nullptr;
+    for (const SitePtr& site : *sites) {
+        if (site && site->siteId() == *m_pinnedSiteId)
+            return site;
+    }
+    return nullptr;
 }
 
-void ViewController::setupFileList(const std::optional<QString>& sha1) {
+void ViewController::setupFileList() {
     if (fileWatcherQueue)
         fileWatcherQueue->removeAllPaths();
+    ++m_filesGeneration;
+    m_listing = ListingState::NoFolder;
+    m_listedCommit.reset();
+    m_listedCommits.clear();
 
     auto finish = [this] {
-        rebuildRowIndex();
         m_view.filesDidChange();
         updateReadiness();
     };
-
-    m_listing = ListingState::NoFolder;
     if (!currentSite || !currentSite->localPath) {
         files.reset();
         finish();
@@ -179,21 +145,16 @@ void ViewController::setupFileList(const std::optional<QString>& sha1) {
 
     const auto folder = manager.resolveBookmark();
     const auto commits = manager.getCommits();
+    m_listedCommits = commits.value_or(CommitList());
     currentSite->commits = commits ? std::make_shared<CommitList>(*commits) : nullptr;
+    if (!m_listedCommits.isEmpty())
+        m_listedCommit = std::make_shared<Commit>(*m_listedCommits.first());
     if (folder && fileWatcherQueue)
         fileWatcherQueue->addPath(*folder + QStringLiteral("/.git/logs/HEAD"));
 
     if (checkCheckedOutBranch()) {
-        files.reset();
-        // A site whose last deployed commit has an id lists what changed
-        // since; one that was never deployed lists every committed file. An
-        // imported site carries an empty commit: it was never deployed here.
-        std::optional<FileList> listed;
-        if (currentSite->lastCommitDeployed && currentSite->lastCommitDeployed->sha1)
-            listed = manager.loadFilesFromCommit(sha1.value_or(QString()));
-        else
-            listed = manager.getAllFiles();
-        files = listed.value_or(FileList());
+        files = listChangedFiles(manager).value_or(FileList());
+        addWaitingAndMandatoryRows(*files);
         emptyTableViewContoller->hasFilesToDeployWithStatus(!files->isEmpty());
     }
     if (folder)
@@ -201,8 +162,83 @@ void ViewController::setupFileList(const std::optional<QString>& sha1) {
     finish();
 }
 
-SitePtr ViewController::loadCurrentSite() const {
-    return SiteManager(currentSite).loadCurrentSite();
+std::optional<FileList> ViewController::listChangedFiles(const SiteManager& manager) {
+    // A site whose last deployed commit has an id lists what changed since;
+    // one that was never deployed lists every committed file. An imported
+    // site carries an empty commit: it was never deployed here.
+    const CommitPtr& last = currentSite->lastCommitDeployed;
+    if (last && last->sha1)
+        return manager.loadFilesFromCommit(*last->sha1);
+    return manager.getAllFiles();
+}
+
+// The files that wait (unchecked earlier, not deployed since) and the site's
+// always-uploaded entries join the changed files. A waiting file that a
+// commit changed since it was unchecked is listed as changed, checked again.
+void ViewController::addWaitingAndMandatoryRows(FileList& list) {
+    const QString siteId = currentSite->siteId();
+    WaitingFiles::Entries waiting = WaitingFiles::of(siteId);
+    if (!waiting.isEmpty() && m_listedCommit && m_listedCommit->sha1) {
+        SiteManager manager(currentSite);
+        QHash<QString, QSet<QString>> changedSince; // by the commit a file was unchecked at
+        for (auto it = waiting.begin(); it != waiting.end();) {
+            if (it->commit == *m_listedCommit->sha1) {
+                ++it;
+                continue;
+            }
+            if (!changedSince.contains(it->commit)) {
+                QSet<QString> changed;
+                const auto lines = manager.loadFilesfromCommit(it->commit, *m_listedCommit->sha1);
+                for (const FilePtr& file : manager.createFileObjects(lines.value_or(QStringList())))
+                    changed.insert(file->pathWithFilename.value_or(QString()));
+                changedSince.insert(it->commit, changed);
+            }
+            if (changedSince.value(it->commit).contains(it.key()))
+                it = waiting.erase(it);
+            else
+                ++it;
+        }
+        WaitingFiles::set(siteId, waiting);
+    }
+    QSet<QString> listed;
+    for (const FilePtr& file : std::as_const(list)) {
+        const QString path = file->pathWithFilename.value_or(QString());
+        listed.insert(path);
+        if (waiting.contains(path))
+            file->willUpload = false;
+    }
+    for (auto it = waiting.cbegin(); it != waiting.cend(); ++it) {
+        if (listed.contains(it.key()))
+            continue;
+        const FilePtr file = File::initWithPath(it.key());
+        file->gitStatus = it->letter;
+        file->willUpload = false;
+        list.append(file);
+    }
+    // Always-uploaded entries are listed as copies: unchecking one leaves
+    // the site's own list as it is.
+    if (currentSite->mandatoryFiles) {
+        for (const FilePtr& entry : std::as_const(*currentSite->mandatoryFiles)) {
+            if (!entry || !nonEmpty(entry->pathWithFilename))
+                continue;
+            const FilePtr row = File::initWithPath(*entry->pathWithFilename);
+            row->gitStatus = kMandatory;
+            row->status = QString();
+            row->willUpload = !m_uncheckedMandatory.contains(*entry->pathWithFilename);
+            list.append(row);
+        }
+    }
+}
+
+qsizetype ViewController::waitingCount() const {
+    qsizetype count = 0;
+    if (files) {
+        for (const FilePtr& file : *files) {
+            if (!file->willUpload && file->gitStatus != kMandatory)
+                ++count;
+        }
+    }
+    return count;
 }
 
 bool ViewController::checkCheckedOutBranch() {
@@ -211,13 +247,13 @@ bool ViewController::checkCheckedOutBranch() {
         m_listing = ListingState::NotARepository;
         emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
                                                          .arg(currentSite->localPath.value_or(QString())));
+        files.reset();
         return false;
     }
     if (checkOutedBranch() == currentSite->deployBranch) {
         m_listing = ListingState::Listed;
         return true;
     }
-
     m_listing = ListingState::OtherBranch;
     files.reset();
     if (!manager.isRepoDirty()) {
@@ -256,46 +292,14 @@ void ViewController::switchBranchBtn() {
 }
 
 // ---------------------------------------------------------------------------
-// Deploying
-
-void ViewController::deployButton() {
-    const DeployReadiness readiness = this->readiness();
-    switch (readiness) {
-    case DeployReadiness::Ready:
-        prepareDeployFiles();
-        return;
-    case DeployReadiness::NothingToDeploy: {
-        AlertRequest alert;
-        alert.message = QStringLiteral("Nothing to deploy");
-        m_view.runModal(alert);
-        end(DeployOutcome::NothingToDeploy, alert.message);
-        return;
-    }
-    case DeployReadiness::Deploying:
-    case DeployReadiness::QuestionPending:
-        // One attempt at a time: the running one (or its open question)
-        // decides; a second press does nothing.
-        return;
-    default: {
-        // Another branch checked out, no folder, no server: a run would
-        // deploy something other than the site's branch, or nothing at all.
-        AlertRequest alert;
-        alert.message = QStringLiteral("Cannot deploy");
-        alert.informativeText = describe(readiness);
-        m_view.runModal(alert);
-        end(DeployOutcome::Refused, alert.informativeText);
-        return;
-    }
-    }
-}
+// Whether a run can start
 
 DeployReadiness ViewController::readiness() const {
     if (!currentSite)
         return DeployReadiness::NoSite;
-    if (isDeploying || m_recordPending)
-        return DeployReadiness::Deploying;
-    if (m_questionPending)
-        return DeployReadiness::QuestionPending;
+    if (m_run) {
+        return m_run->isAsking() ? DeployReadiness::QuestionPending : DeployReadiness::Deploying;
+    }
     switch (m_listing) {
     case ListingState::None:
     case ListingState::NoFolder:
@@ -314,6 +318,22 @@ DeployReadiness ViewController::readiness() const {
     return DeployReadiness::Ready;
 }
 
+DeployRun* ViewController::run() const {
+    return m_run.data();
+}
+
+bool ViewController::isDeploying() const {
+    return m_run != nullptr;
+}
+
+bool ViewController::isIdle() const {
+    if (!m_run)
+        return true;
+    const auto& transporter = m_run->transporter();
+    return m_run->hasEnded() &&
+           (!transporter || (transporter->runningProcessCount() == 0 && transporter->queueMultiCount() == 0));
+}
+
 void ViewController::updateReadiness() {
     const DeployReadiness now = readiness();
     m_view.setDeployButtonEnabled(now == DeployReadiness::Ready);
@@ -321,25 +341,42 @@ void ViewController::updateReadiness() {
         return;
     m_readiness = now;
     emit readinessChanged(now);
-    if (m_autoDeployWaiting && now != DeployReadiness::Deploying && now != DeployReadiness::QuestionPending) {
-        // A commit came while the last run (or its question) was under way:
-        // it is deployed now, from a fresh listing.
-        m_autoDeployWaiting = false;
-        later([this] {
-            setupFileList();
-            autoDeploy();
-        });
-    }
 }
 
-void ViewController::askQuestion(const AlertRequest& alert, std::function<void(int)> answered) {
-    m_questionPending = true;
-    updateReadiness();
-    m_view.beginSheet(alert, [this, answered = std::move(answered)](int button) {
-        m_questionPending = false;
-        answered(button);
-        updateReadiness();
-    });
+// ---------------------------------------------------------------------------
+// Deploying
+
+void ViewController::deployButton() {
+    const DeployReadiness readiness = this->readiness();
+    switch (readiness) {
+    case DeployReadiness::Ready:
+        prepareDeployFiles();
+        return;
+    case DeployReadiness::NothingToDeploy: {
+        AlertRequest alert;
+        alert.message = QStringLiteral("Nothing to deploy");
+        m_view.runModal(alert);
+        m_lastSummary = RunSummary();
+        end(DeployOutcome::NothingToDeploy, alert.message);
+        return;
+    }
+    case DeployReadiness::Deploying:
+    case DeployReadiness::QuestionPending:
+        // One attempt at a time: the running one (or its open question)
+        // decides; a second press does nothing.
+        return;
+    default: {
+        // Another branch checked out, no folder, no server: a run would
+        // deploy something other than the site's branch, or nothing at all.
+        AlertRequest alert;
+        alert.message = QStringLiteral("Cannot deploy");
+        alert.informativeText = describe(readiness);
+        m_view.runModal(alert);
+        m_lastSummary = RunSummary();
+        end(DeployOutcome::Refused, alert.informativeText);
+        return;
+    }
+    }
 }
 
 bool ViewController::hasFilesToUpload() const {
@@ -349,208 +386,94 @@ bool ViewController::hasFilesToUpload() const {
                 return true;
         }
     }
-    return currentSite && currentSite->mandatoryFiles && !currentSite->mandatoryFiles->isEmpty();
+    return false;
 }
 
 void ViewController::prepareDeployFiles() {
-    if (!currentSite)
+    if (!currentSite || m_run)
         return;
-    setUploadingStatus(true);
-    isDeploying = true;
-    uploadIndex = 0;
-    updateReadiness();
-
-    Deployer deployer(currentSite);
-    deployer.setDelegate(this);
-    deployer.setupTransporter();
-    transporter = deployer.getTransporter();
-    if (!transporter) {
-        // The deployer has said why; the uploading flag deliberately stays on.
-        return;
+    DeployRun::Plan plan;
+    plan.site = currentSite->copy();
+    // The copy shares the commit; the run may change its own.
+    if (currentSite->lastCommitDeployed)
+        plan.site->lastCommitDeployed = std::make_shared<Commit>(*currentSite->lastCommitDeployed);
+    if (files) {
+        plan.rows.reserve(files->size());
+        for (const FilePtr& file : std::as_const(*files))
+            plan.rows.append(file->copy());
     }
-    transporter->putTimestamp();
-    transporter->setDelegate(this);
-    transporter->setMaxSimultaneousConnectinos(
-        Preferences::instance().integerValue(QStringLiteral("maxConnections")));
+    plan.commit = m_listedCommit ? std::make_shared<Commit>(*m_listedCommit) : nullptr;
+    plan.commits = m_listedCommits;
+    m_runGeneration = m_filesGeneration;
+    m_uncheckedMandatory.clear();
 
-    later([this] {
-        showProgress();
-        if (progressVC)
-            progressVC->setTextLabel(QStringLiteral("Preflight checks\u2026"));
-    });
-    preflightCheck();
+    auto* run = new DeployRun(m_view, std::move(plan), this);
+    m_run = run;
+    connect(run, &DeployRun::rowStatusChanged, this, &ViewController::rowStatusChanged);
+    connect(run, &DeployRun::progressChanged, this, &ViewController::progressChanged);
+    connect(run, &DeployRun::askingChanged, this, [this] { updateReadiness(); });
+    connect(run, &DeployRun::ended, this, &ViewController::runEnded);
+    updateReadiness();
+    run->start();
 }
 
-void ViewController::preflightCheck() {
-    m_checkSumManager = std::make_unique<CheckSumManager>(transporter);
-    m_checkSumManager->check([this](const std::optional<QString>& sha1, const std::optional<QDateTime>& date,
-                                    const std::optional<QString>& branch, const std::optional<Error>& error) {
-        later([this, sha1, date, branch, error] {
-            if (!isDeploying)
-                return;
-            if (error) {
-                // curl's "(78)": the server has no record yet, a first deployment.
-                if (error->localizedDescription.startsWith(QStringLiteral("(78)"))) {
-                    resetFilesStatus();
-                    deployFiles();
-                } else {
-                    alertError(*error);
-                }
-                return;
-            }
-            const std::optional<QString> local =
-                currentSite->lastCommitDeployed ? currentSite->lastCommitDeployed->sha1 : std::nullopt;
-            if (sha1 && sha1 != local) {
-                if (branch == currentSite->deployBranch) {
-                    const QString serverSha1 = *sha1;
-                    later([this, serverSha1, date] { alertOtherCommitDetected(serverSha1, date); });
-                } else {
-                    const QString serverBranch = branch.value_or(QString());
-                    later([this, serverBranch] { alertWrongBranch(serverBranch); });
-                }
-                return;
-            }
-            resetFilesStatus();
-            deployFiles();
+void ViewController::rowStatusChanged(qsizetype row) {
+    if (!m_run || !files || m_runGeneration != m_filesGeneration)
+        return;
+    const FileList& rows = m_run->rows();
+    if (row < 0) {
+        for (qsizetype i = 0; i < files->size() && i < rows.size(); ++i)
+            files->at(i)->status = rows.at(i)->status;
+        m_view.filesDidChange();
+        return;
+    }
+    if (row >= files->size() || row >= rows.size())
+        return;
+    files->at(row)->status = rows.at(row)->status;
+    m_view.fileStatusDidChange(row);
+}
+
+void ViewController::runEnded(DeployOutcome outcome, const QString& message) {
+    DeployRun* run = m_run.data();
+    if (!run)
+        return;
+    m_lastSummary = run->summary();
+    run->deleteLater(); // its record is written (or not) and its processes stop
+    m_run.clear();
+    if (outcome == DeployOutcome::Deployed) {
+        showNotification(m_lastSummary);
+        // The stored site names the deployed commit now: list what changed
+        // since, with the files that still wait.
+        const SitePtr reloaded = loadCurrentSite();
+        if (reloaded && currentSite && reloaded->siteId() == currentSite->siteId())
+            currentSite = reloaded;
+        m_view.siteDidChange();
+        setupFileList();
+    }
+    end(outcome, message);
+    if (m_autoDeployWaiting) {
+        // A commit came while the run was under way: it is deployed now,
+        // from a fresh listing.
+        m_autoDeployWaiting = false;
+        later([this] {
+            setupFileList();
+            autoDeploy();
         });
-    });
-}
-
-void ViewController::showProgress() {
-    progressVC = m_view.performProgressSegue();
-    if (progressVC)
-        progressVC->setDelegate(this);
-}
-
-void ViewController::closeProgress() {
-    if (progressVC)
-        progressVC->deployFinished();
-    isDeploying = false;
-    updateReadiness();
-}
-
-void ViewController::askToForceDeploy(const AlertRequest& alert) {
-    askQuestion(alert, [this, message = alert.message](int button) {
-        if (button == 0) {
-            forceDeploy();
-        } else {
-            isDeploying = false;
-            end(DeployOutcome::Cancelled, message);
-        }
-    });
-}
-
-void ViewController::alertWrongBranch(const QString& branch) {
-    closeProgress();
-    const AlertRequest alert =
-        warning(QStringLiteral("Target site was last deployed with a different branch"),
-                QStringLiteral(
-                    "Last target site deployment was done using branch \"%1\". Change your settings before "
-                    "deploying or force deployment with your current branch %2 (not recommended).")
-                    .arg(branch, currentSite->deployBranch.value_or(QString())),
-                {QStringLiteral("Force deploy"), QStringLiteral("Cancel")});
-    askToForceDeploy(alert);
-}
-
-void ViewController::alertOtherCommitDetected(const QString& sha1, const std::optional<QDateTime>&) {
-    closeProgress();
-
-    const qsizetype localIndex = indexOfSha1Commit(
-        currentSite->lastCommitDeployed ? currentSite->lastCommitDeployed->sha1 : std::nullopt);
-    const qsizetype serverIndex = indexOfSha1Commit(sha1);
-
-    if (serverIndex == NotFound) {
-        const AlertRequest alert = warning(
-            QStringLiteral("Last deployed commit on target site is unknown. Are you sure to continue?"),
-            QStringLiteral("Be sure you have pulled all resources if you have any remote repositories."),
-            {QStringLiteral("Force deploy"), QStringLiteral("Cancel")});
-        askToForceDeploy(alert);
-        return;
     }
-    if (serverIndex == localIndex) {
-        // The server is where we are: nothing to ask, and the attempt ends.
-        end(DeployOutcome::Cancelled, QStringLiteral("The target site already has this commit."));
-        return;
-    }
-
-    const QStringList buttons{QStringLiteral("Cancel"), QStringLiteral("Yes"),
-                              QStringLiteral("No, use mine")};
-    const AlertRequest alert =
-        serverIndex < localIndex
-            ? warning(
-                  QStringLiteral("Last deployed commit on target site is later. Are you sure to continue?"),
-                  QStringLiteral(
-                      "The last deployed commit on the target site is %1. Would you like to deploy "
-                      "from this commit instead?")
-                      .arg(sha1),
-                  buttons)
-            : warning(QStringLiteral("Last commit on target site is earlier"),
-                      QStringLiteral(
-                          "The last deployed commit target site is a earlier commit (%1). Would you like "
-                          "to deploy from this commit instead?")
-                          .arg(sha1),
-                      buttons);
-    askQuestion(alert, [this, alert, sha1](int button) {
-        if (button == 1) {
-            // The rows listed stay as they are; the cleanup replaces the
-            // commit again after a successful run.
-            if (currentSite->lastCommitDeployed)
-                currentSite->lastCommitDeployed->sha1 = sha1;
-            forceDeploy();
-        } else if (button == 2) {
-            forceDeploy();
-        } else {
-            isDeploying = false;
-            end(DeployOutcome::Cancelled, alert.message);
-        }
-    });
 }
 
-qsizetype ViewController::indexOfSha1Commit(const std::optional<QString>& sha1) const {
-    if (!currentSite || !currentSite->commits)
-        return NotFound;
-    const CommitList& commits = *currentSite->commits;
-    for (qsizetype i = 0; i < commits.size(); ++i) {
-        if (commits.at(i)->sha1 == sha1)
-            return i;
-    }
-    return NotFound;
+void ViewController::showNotification(const RunSummary& summary) {
+    const QString text = summary.waiting == 0
+                             ? QStringLiteral("All files deployed")
+                             : QCoreApplication::translate(
+                                   "ViewController", "Deployed; %n file(s) wait for a later deployment.",
+                                   nullptr, static_cast<int>(summary.waiting));
+    m_notifier->showNotification(QStringLiteral("Success!"), text);
 }
 
-void ViewController::forceDeploy() {
-    isDeploying = true;
-    later([this] {
-        showProgress();
-        resetFilesStatus();
-        deployFiles();
-    });
-}
-
-void ViewController::alertError(const Error& error) {
-    showError(error, DeployOutcome::Failed);
-}
-
-void ViewController::showError(const Error& error, DeployOutcome outcome) {
-    closeProgress();
-    AlertRequest alert;
-    alert.style = AlertStyle::Warning;
-    alert.message = QStringLiteral("An error occured!");
-    alert.informativeText = error.localizedDescription;
-    alert.buttons = {QStringLiteral("Abort")};
-    m_view.beginSheet(alert, [](int) {});
-    end(outcome, error.localizedDescription);
-}
-
-void ViewController::alertErrorScript(const Error& error) {
-    closeProgress();
-    const AlertRequest alert = warning(QStringLiteral("An error occured when running script"),
-                                       QStringLiteral("Check the log file for syntax errors and such."),
-                                       {QStringLiteral("Abort"), QStringLiteral("Show log\u2026")});
-    m_view.beginSheet(alert, [this](int button) {
-        if (button != 0)
-            showLogDirectory();
-    });
-    end(DeployOutcome::ScriptFailed, error.localizedDescription);
+void ViewController::abortDeploy() {
+    if (m_run)
+        m_run->abortDeploy();
 }
 
 void ViewController::showLogDirectory() {
@@ -559,12 +482,13 @@ void ViewController::showLogDirectory() {
     later([this, folder] { m_view.openFolder(folder); });
 }
 
-void ViewController::setupTransporterDidFailWithError(const Error& error) {
-    showError(error, DeployOutcome::SetupFailed);
-}
-
 void ViewController::siteManagerDidFailWithError(const Error& error) {
-    alertError(error);
+    AlertRequest alert;
+    alert.style = AlertStyle::Warning;
+    alert.message = QStringLiteral("An error occured!");
+    alert.informativeText = error.localizedDescription;
+    alert.buttons = {QStringLiteral("Abort")};
+    m_view.beginSheet(alert, [](int) {});
 }
 
 void ViewController::noSitesDefinedNotification() {
@@ -592,422 +516,30 @@ void ViewController::fileBookmarkIsStale() {
     later([this] { setupFileList(); });
 }
 
-void ViewController::addTimeObserverToPlayer() {
-    m_displaySleepGuard.take();
-}
-
-void ViewController::removeTimeObserverFromPlayer() {
-    m_displaySleepGuard.release();
-}
-
-// ---------------------------------------------------------------------------
-// The run
-
-std::optional<QString> ViewController::localBasePath() const {
-    return SiteManager(currentSite).resolveBookmark();
-}
-
-void ViewController::deployFiles() {
-    prepareFiles();
-    m_scriptRunner = std::make_unique<ScriptRunner>();
-    m_scriptRunner->setBasePath(currentSite->localPath.value_or(QString()));
-    if (nonEmpty(currentSite->preDeployScriptLocal)) {
-        later([this] {
-            if (progressVC)
-                progressVC->setTextLabel(QStringLiteral("Running local scripts\u2026"));
-        });
-    }
-    std::optional<Error> error;
-    m_scriptRunner->run(currentSite->preDeployScriptLocal.value_or(QString()), &error,
-                        [this](const QString& result, const std::optional<Error>& scriptError) {
-                            preDeployLocalScriptResult(result, scriptError);
-                        });
-    if (error) {
-        const Error failure = *error;
-        later([this, failure] { alertError(failure); });
-    }
-}
-
-void ViewController::prepareFiles() {
-    const std::optional<QString> base = localBasePath();
-    addTimeObserverToPlayer();
-    if (files)
-        addMandatoryFiles(*files);
-    rebuildRowIndex();
-    m_view.filesDidChange();
-    later([this] {
-        if (progressVC)
-            progressVC->setTextLabel(QStringLiteral("Deploying files\u2026"));
-    });
-    transporter->setDelegate(this);
-    transporter->clearQueue();
-
-    const quint64 rows = files ? static_cast<quint64>(files->size()) : 0;
-    totalFiles = rows;
-    remainingFiles = rows;
-    if (files) {
-        const QString folder = currentSite->localPath.value_or(QString());
-        for (qsizetype i = static_cast<qsizetype>(uploadIndex); i < files->size(); ++i) {
-            const FilePtr& file = files->at(i);
-            if (!file->willUpload)
-                continue;
-            if (!QFileInfo::exists(folder)) {
-                // The folder vanished: the queue keeps what it has, untagged.
-                return;
-            }
-            const QString path = file->pathWithFilename.value_or(QString());
-            if (file->gitStatus == u"D")
-                transporter->deleteFile(path);
-            else
-                transporter->uploadFile(base.value_or(QString()) + QLatin1Char('/') + path, path);
-        }
-    }
-    transporter->setTag(kDeployTag);
-}
-
-void ViewController::addMandatoryFiles(FileList& list) {
-    if (!currentSite->mandatoryFiles)
-        return;
-    const QString folder = currentSite->localPath.value_or(QString());
-    const QString prefix = folder + QLatin1Char('/');
-    for (const FilePtr& mandatory : *currentSite->mandatoryFiles) {
-        if (mandatory->isDirectory(folder)) {
-            QDirIterator walk(folder + QLatin1Char('/') + mandatory->pathWithFilename.value_or(QString()),
-                              QDir::Files | QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                              QDirIterator::Subdirectories);
-            while (walk.hasNext()) {
-                walk.next();
-                const QFileInfo entry = walk.fileInfo();
-                if (entry.isDir())
-                    continue;
-                QString relative = entry.filePath();
-                relative.remove(prefix);
-                const FilePtr file = File::initWithPath(formatWithName(relative, entry.fileName()));
-                file->gitStatus = QStringLiteral("-");
-                list.append(file);
-            }
-        } else {
-            mandatory->status = QString();
-            mandatory->gitStatus = QStringLiteral("-");
-            list.append(mandatory);
-        }
-    }
-}
-
-void ViewController::preDeployLocalScriptResult(const QString&, const std::optional<Error>& error) {
-    if (error) {
-        const Error failure = *error;
-        later([this, failure] { alertErrorScript(failure); });
-        return;
-    }
-    if (currentSite->protocol == u"SFTP") {
-        if (nonEmpty(currentSite->remotePreConnectionString) &&
-            nonEmpty(currentSite->preDeployScriptRemote)) {
-            later([this] {
-                if (progressVC)
-                    progressVC->setTextLabel(QStringLiteral("Running remote scripts\u2026"));
-            });
-        }
-        m_remoteScriptRunner = std::make_unique<ScriptRunner>();
-        std::optional<Error> startError;
-        m_remoteScriptRunner->runExternal(currentSite->remotePreConnectionString.value_or(QString()),
-                                          currentSite->preDeployScriptRemote.value_or(QString()), &startError,
-                                          [this](const QString&, const std::optional<Error>& scriptError) {
-                                              later([this, scriptError] {
-                                                  if (scriptError) {
-                                                      alertErrorScript(*scriptError);
-                                                      return;
-                                                  }
-                                                  if (progressVC)
-                                                      progressVC->setTextLabel(
-                                                          QStringLiteral("Uploading files\u2026"));
-                                                  transporter->runMulti();
-                                              });
-                                          });
-        if (startError) {
-            const Error failure = *startError;
-            later([this, failure] { alertErrorScript(failure); });
-        }
-        return;
-    }
-    later([this] {
-        if (progressVC)
-            progressVC->setTextLabel(QStringLiteral("Uploading files\u2026"));
-        transporter->runMulti();
-    });
-}
-
-void ViewController::rebuildRowIndex() {
-    m_rowIndex.clear();
-    if (!files)
-        return;
-    m_rowIndex.reserve(files->size());
-    for (qsizetype i = 0; i < files->size(); ++i) {
-        const FilePtr& file = files->at(i);
-        if (file->pathWithFilename && !m_rowIndex.contains(*file->pathWithFilename))
-            m_rowIndex.insert(*file->pathWithFilename, i);
-    }
-}
-
-qsizetype ViewController::rowOf(const FilePtr& file) const {
-    if (!file || !file->pathWithFilename)
-        return -1;
-    const qsizetype row = m_rowIndex.value(*file->pathWithFilename, -1);
-    if (row >= 0 && files && row < files->size() && files->at(row) == file)
-        return row;
-    return -1;
-}
-
-FilePtr ViewController::getCurrentFile(const TransporterFilePtr& file) const {
-    if (!file || !files || !currentSite)
-        return nullptr;
-    QString path = file->remotePath();
-    if (currentSite->syncRootPath)
-        path = *currentSite->syncRootPath + path;
-    const qsizetype row = m_rowIndex.value(path, -1);
-    if (row < 0 || row >= files->size())
-        return nullptr;
-    return files->at(row);
-}
-
-void ViewController::didCompletePercent(const TransporterFilePtr& file, double percent) {
-    const FilePtr row = getCurrentFile(file);
-    if (!row)
-        return;
-    row->status = QString::asprintf("%.1f %%", percent);
-    m_view.fileStatusDidChange(rowOf(row));
-    NotificationHub::instance().postCurrentFile(row->pathWithFilename.value_or(QString()));
-}
-
-void ViewController::didComplete(const TransporterFilePtr& file) {
-    const FilePtr row = getCurrentFile(file);
-    if (row) {
-        row->status = QStringLiteral("100%");
-        m_view.fileStatusDidChange(rowOf(row));
-    }
-    if (remainingFiles != 0) {
-        --remainingFiles;
-        // The whole run's count for every file, deliberately.
-        Statistics().addUploadedFiles(static_cast<qint64>(totalFiles));
-        NotificationHub::instance().postRemainingStatus(remainingFiles, totalFiles);
-    }
-}
-
-void ViewController::didCompleteListing(const TransporterFilePtr&, const QStringList&) {}
-
-void ViewController::didCompleteReadingFile(const TransporterFilePtr&, const QString&) {}
-
-void ViewController::didFail(const TransporterFilePtr& file, const QString&) {
-    const FilePtr row = getCurrentFile(file);
-    if (row) {
-        row->status = QStringLiteral("ERROR");
-        m_view.fileStatusDidChange(rowOf(row));
-    }
-    const Error error = Error::application(200, transporter->errorString().value_or(QString()));
-    later([this, error] { alertError(error); });
-}
-
-void ViewController::didCompleteAllWithErrors(const QString&) {
-    SecurityBookmarkManager().startAccessing();
-    removeTimeObserverFromPlayer();
-    isDeploying = false;
-    const Error error = Error::application(200, transporter->errorString().value_or(QString()));
-    later([this, error] { alertError(error); });
-}
-
-void ViewController::didCompleteAllRequests(const QString& tag) {
-    SecurityBookmarkManager().startAccessing();
-    if (tag != kDeployTag)
-        return;
-    setFileStatusTo100Percent();
-    m_postDeployTimer.start();
-}
-
-void ViewController::deployFinished() {
-    m_scriptRunner = std::make_unique<ScriptRunner>();
-    m_scriptRunner->setBasePath(currentSite->localPath.value_or(QString()));
-    if (nonEmpty(currentSite->postDeployScriptLocal) && progressVC) {
-        progressVC->setIsIndeterminate(true);
-        progressVC->setTextLabel(QStringLiteral("Running local post-scripts\u2026"));
-    }
-    std::optional<Error> error;
-    m_scriptRunner->run(
-        currentSite->postDeployScriptLocal.value_or(QString()), &error,
-        [this](const QString&, const std::optional<Error>& scriptError) {
-            later([this, scriptError] {
-                if (scriptError) {
-                    alertErrorScript(*scriptError);
-                    return;
-                }
-                if (currentSite->protocol != u"SFTP") {
-                    postUpload();
-                    return;
-                }
-                if (nonEmpty(currentSite->remotePostConnectionString) &&
-                    nonEmpty(currentSite->postDeployScriptRemote) && progressVC) {
-                    progressVC->setIsIndeterminate(true);
-                    progressVC->setTextLabel(QStringLiteral("Running remote post-scripts\u2026"));
-                }
-                std::optional<Error> startError;
-                m_scriptRunner->runExternal(currentSite->remotePostConnectionString.value_or(QString()),
-                                            currentSite->postDeployScriptRemote.value_or(QString()),
-                                            &startError,
-                                            [this](const QString&, const std::optional<Error>& remoteError) {
-                                                later([this, remoteError] {
-                                                    if (remoteError)
-                                                        alertErrorScript(*remoteError);
-                                                    else
-                                                        postUpload();
-                                                });
-                                            });
-                if (startError)
-                    alertErrorScript(*startError);
-            });
-        });
-    if (error) {
-        const Error failure = *error;
-        later([this, failure] { alertErrorScript(failure); });
-    }
-}
-
-void ViewController::postUpload() {
-    later([this] {
-        showNotification();
-        removeTimeObserverFromPlayer();
-        uploadCheckSumAndCleanup();
-    });
-}
-
-void ViewController::showNotification() {
-    m_notifier->showNotification(QStringLiteral("Success!"), QStringLiteral("All files deployed"));
-}
-
-void ViewController::uploadCheckSumAndCleanup() {
-    NotificationHub::instance().postUploadComplete();
-    isDeploying = false;
-
-    if (!currentSite->commits || currentSite->commits->isEmpty()) {
-        // Without a commit there is nothing to record as deployed.
-        SystemLog::write(QStringLiteral("TARNWELL - the repository has no commit to record as deployed"));
-        end(DeployOutcome::Failed, QStringLiteral("The repository has no commit to record as deployed."));
-        return;
-    }
-    currentSite->lastCommitDeployed = currentSite->commits->first();
-    currentSite->lastCommitDeployed->deployedWhen = QDateTime::currentDateTime();
-
-    m_checkSumManager = std::make_unique<CheckSumManager>(transporter);
-    watchRecordUpload();
-    const auto uploadError = m_checkSumManager->upload(
-        currentSite->lastCommitDeployed->sha1.value_or(QString()),
-        *currentSite->lastCommitDeployed->deployedWhen, currentSite->deployBranch.value_or(QString()));
-    if (uploadError) {
-        m_recordPending = false;
-        emit recordUploadFinished();
-    }
-
-    saveCurrentSite();
-    setupFileList();
-    setUploadingStatus(false);
-    end(DeployOutcome::Deployed, QStringLiteral("All files deployed"));
-}
-
-void ViewController::watchRecordUpload() {
-    // Until the record is on the server no new run starts: it would read the
-    // old record (or kill this upload) and ask about a commit for nothing.
-    m_recordPending = true;
-    connect(
-        transporter.get(), &Transporter::becameIdle, this,
-        [this] {
-            m_recordPending = false;
-            emit recordUploadFinished();
-            updateReadiness();
-        },
-        Qt::SingleShotConnection);
-}
-
-void ViewController::saveCurrentSite() {
-    const auto data = Preferences::instance().dataValue(kSites);
-    auto sites = data ? Sites::unarchive(*data) : std::nullopt;
-    const qint64 index = Preferences::instance().integerValue(kCurrentSiteIndex);
-    if (!sites || index < 0 || index >= sites->size()) {
-        SystemLog::write(QStringLiteral("TARNWELL - the deployed site is no longer in the stored list"));
-        return;
-    }
-    (*sites)[index] = currentSite;
-    m_savingSite = true;
-    Preferences::instance().setValue(kSites, Sites::archive(*sites));
-    Preferences::instance().synchronize();
-    m_savingSite = false;
-}
-
-void ViewController::abortDeploy() {
-    removeTimeObserverFromPlayer();
-    isDeploying = false;
-    // Nothing of the run goes on: no script completion, no pending stage.
-    m_postDeployTimer.stop();
-    m_scriptRunner.reset();
-    m_remoteScriptRunner.reset();
-    if (transporter)
-        transporter->terminateAllTasks();
-    NotificationHub::instance().postUploadComplete();
-    end(DeployOutcome::Aborted, QStringLiteral("Deployment aborted"));
-}
-
-void ViewController::abortUploadWithMessage(const QString& message) {
-    if (transporter)
-        transporter->terminateAllTasks();
-    setUploadingStatus(false);
-    isDeploying = true; // deliberately true
-    AlertRequest alert;
-    alert.message = message;
-    m_view.runModal(alert);
-}
-
-void ViewController::resetFilesStatus() {
-    if (!files)
-        return;
-    for (const FilePtr& file : *files)
-        file->status.reset();
-    m_view.filesDidChange();
-}
-
-void ViewController::setFileStatusTo100Percent() {
-    if (!files)
-        return;
-    for (const FilePtr& file : *files) {
-        if (file->willUpload)
-            file->status = QStringLiteral("100%");
-    }
-    m_view.filesDidChange();
-}
-
-bool ViewController::isUploadSuccess() const {
-    if (!files)
-        return true;
-    for (const FilePtr& file : *files) {
-        if (file->status != u"Complete")
-            return false;
-    }
-    return true;
-}
-
-bool ViewController::isUploadComplete() const {
-    if (!files)
-        return true;
-    for (const FilePtr& file : *files) {
-        if (file->willUpload && !file->status)
-            return false;
-    }
-    return true;
-}
-
 void ViewController::updateCheckboxes(bool checked, const QList<qsizetype>& selectedRows) {
-    if (!files)
+    if (!files || !currentSite)
         return;
+    const QString siteId = currentSite->siteId();
+    WaitingFiles::Entries waiting = WaitingFiles::of(siteId);
+    const QString commit = m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString();
     for (const qsizetype row : selectedRows) {
-        if (row >= 0 && row < files->size())
-            files->at(row)->willUpload = checked;
+        if (row < 0 || row >= files->size())
+            continue;
+        const FilePtr& file = files->at(row);
+        file->willUpload = checked;
+        const QString path = file->pathWithFilename.value_or(QString());
+        if (file->gitStatus == kMandatory) {
+            if (checked)
+                m_uncheckedMandatory.remove(path);
+            else
+                m_uncheckedMandatory.insert(path);
+        } else if (checked) {
+            waiting.remove(path);
+        } else {
+            waiting.insert(path, WaitingFiles::Entry{file->gitStatus.value_or(QStringLiteral("M")), commit});
+        }
     }
+    WaitingFiles::set(siteId, waiting);
     m_view.filesDidChange();
     updateReadiness();
 }
@@ -1018,15 +550,15 @@ void ViewController::updateCheckboxes(bool checked, const QList<qsizetype>& sele
 void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationName, const QString& path) {
     if (notificationName != u"VDKQueueFileWrittenToNotification")
         return;
-    if (isDeploying || m_recordPending || m_questionPending) {
-        // Not dropped: once the run (or the question) is over, the files are
-        // listed again and an automatic deployment is tried then.
-        m_autoDeployWaiting = true;
-        return;
-    }
     queue->removePath(path);
     queue->addPath(path);
     queue->setDelegate(this);
+    if (m_run) {
+        // Not dropped: once the run is over (its record written), the files
+        // are listed again and an automatic deployment is tried then.
+        m_autoDeployWaiting = true;
+        return;
+    }
     setupFileList();
     autoDeploy();
 }
@@ -1038,33 +570,31 @@ void ViewController::autoDeploy() {
         return;
     if (currentSite->deployBranch != checkOutedBranch())
         return;
-    const DeployReadiness readiness = this->readiness();
-    if (readiness == DeployReadiness::Deploying || readiness == DeployReadiness::QuestionPending) {
+    if (m_run) {
         m_autoDeployWaiting = true;
         return;
     }
-    if (readiness != DeployReadiness::Ready)
+    if (readiness() != DeployReadiness::Ready)
         return;
     prepareDeployFiles();
 }
 
 void ViewController::applicationWillHide() {
-    if (isDeploying)
+    if (m_run)
         NotificationHub::instance().postUploadComplete();
 }
 
 void ViewController::applicationDidUnhide() {
-    if (isDeploying)
-        showProgress();
+    if (m_run && !m_run->isAsking())
+        m_run->reshowProgress();
 }
 
 void ViewController::setUploadingStatus(bool uploading) {
-    Preferences::instance().setBool(QStringLiteral("isUploading"), uploading);
-    Preferences::instance().synchronize();
+    UploadingFlag::set(uploading);
 }
 
 bool ViewController::isUploading() {
-    return Preferences::instance().boolValue(QStringLiteral("isUploading"));
+    return UploadingFlag::isSet();
 }
 
 } // namespace tw

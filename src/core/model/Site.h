@@ -69,6 +69,7 @@ public:
     // mode on.
     QString siteId();
     void setSiteId(const std::optional<QString>& siteId) { m_siteId = siteId; }
+    bool hasSiteId() const { return m_siteId.has_value(); }
     void generateSiteId();
 
     // Only updatedNow sets the stamp; the getter never fills it in.

@@ -28,6 +28,22 @@ void Sites::deleteAll() const {
     storeWithSites({});
 }
 
+bool Sites::saveDeployment(const QString& siteId, const CommitPtr& commit) {
+    Sites store;
+    std::optional<SiteList> sites = store.loadAll();
+    if (!sites || !commit)
+        return false;
+    for (const SitePtr& site : std::as_const(*sites)) {
+        if (site && site->siteId() == siteId) {
+            auto deployed = std::make_shared<Commit>(*commit);
+            site->lastCommitDeployed = deployed;
+            store.storeWithSites(*sites);
+            return true;
+        }
+    }
+    return false;
+}
+
 QByteArray Sites::archive(const SiteList& sites) {
     QCborArray array;
     for (const SitePtr& site : sites)

@@ -23,6 +23,12 @@ public:
     void storeWithSites(const SiteList& sites) const;
     void deleteAll() const;
 
+    // Records a deployment in the stored site with this id: its last
+    // deployed commit becomes the given one. The site is found by its id,
+    // never by a position, so a list reordered or a site selected meanwhile
+    // changes nothing. False when no stored site has the id.
+    static bool saveDeployment(const QString& siteId, const CommitPtr& commit);
+
     static QByteArray archive(const SiteList& sites);
     static std::optional<SiteList> unarchive(const QByteArray& archived);
 };
