@@ -1,0 +1,311 @@
+#include "DBusMockService.h"
+#include "DeploySites.h"
+#include "FtpServer.h"
+#include "GitRepository.h"
+#include "Inspection.h"
+#include "ScriptedDeployView.h"
+#include "TestEnvironment.h"
+#include "app/Preferences.h"
+#include "deploy/ViewController.h"
+#include "model/Sites.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+// One deployment is one run from the press of Deploy to its record on the
+// server: what may and may not happen while a run is under way, and how each
+// way of ending leaves the server, the stored site and the desktop.
+class TestDeployRunEndToEnd : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<test::FtpServer> m_ftp;
+
+    QString www() const { return m_ftp->homeFolder() + u"/www"_s; }
+    QByteArray record() const { return test::readFile(www() + u"/.tarnwell"_s); }
+
+    struct Attempt {
+        DeployOutcome outcome = DeployOutcome::Failed;
+        QString message;
+    };
+
+    static Attempt waitForEnd(QSignalSpy& ended, qsizetype count = 1) {
+        if (!QTest::qWaitFor([&] { return ended.count() >= count; }, 60000))
+            return {DeployOutcome::Failed, u"no end within 60 s"_s};
+        const QList<QVariant> last = ended.at(count - 1);
+        return {last.at(0).value<DeployOutcome>(), last.at(1).toString()};
+    }
+
+    static Attempt deploy(ViewController& controller) {
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        return waitForEnd(ended);
+    }
+
+    static void commitWritten(ViewController& controller, const test::GitRepository& repo) {
+        controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileWrittenToNotification"_s,
+                            repo.path() + u"/.git/logs/HEAD"_s);
+    }
+
+private slots:
+    void initTestCase() {
+        test::TestEnvironment::isolate();
+        qRegisterMetaType<DeployOutcome>();
+        m_ftp = std::make_unique<test::FtpServer>();
+    }
+
+    void init() {
+        TW_REQUIRE_SERVER(*m_ftp);
+        test::TestEnvironment::resetPreferences();
+        QDir(www()).removeRecursively();
+        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
+        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+    }
+
+    // The run ends once its record is on the server, so a second deployment
+    // right after it reads that record and has nothing to ask.
+    void recordOnTheServerWhenTheRunEnds() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "one");
+        const QString first = repo.commitAll(u"first"_s);
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QByteArray recordAtTheEnd;
+        connect(&controller, &ViewController::deploymentEnded, this, [&] { recordAtTheEnd = record(); });
+
+        Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QVERIFY2(recordAtTheEnd.startsWith(QByteArray(first.toUtf8() + ',')), recordAtTheEnd.constData());
+
+        repo.write(u"two.html"_s, "two");
+        const QString second = repo.commitAll(u"second"_s);
+        controller.setupFileList();
+        attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QVERIFY(view.alerts.isEmpty());
+        QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
+    }
+
+    // The deployed site is found by its id: selecting or moving sites while
+    // it runs changes nothing of where its commit is written.
+    void deployedSiteSavedByIdWhateverIsSelected() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"first"_s);
+        SitePtr other = test::ftpSite(repo, *m_ftp, u"other/"_s);
+        other->name = u"Other"_s;
+        SitePtr deployed = test::ftpSite(repo, *m_ftp);
+        test::storeSites({other, deployed});
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.pinSite(deployed->siteId());
+        controller.viewDidLoad();
+        QCOMPARE(controller.currentSite->siteId(), deployed->siteId());
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        // Meanwhile the window's person moves the site up and selects the other.
+        Sites().storeWithSites({deployed, other});
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 1);
+        const Attempt attempt = waitForEnd(ended);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+
+        const SiteList stored = *Sites().loadAll();
+        QCOMPARE(stored.size(), 2);
+        QCOMPARE(stored.at(0)->siteId(), deployed->siteId());
+        QCOMPARE(stored.at(0)->lastCommitDeployed->sha1, commit);
+        QCOMPARE(stored.at(1)->name, u"Other"_s);
+        QVERIFY(!stored.at(1)->lastCommitDeployed);
+        QCOMPARE(Preferences::instance().integerValue(u"currentSiteIndex"_s), 1);
+    }
+
+    // While a question about the server's record is open, neither a commit
+    // nor the Deploy button starts a second attempt; the commit is taken up
+    // once the question is answered.
+    void openQuestionStartsNoSecondAttempt() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->autoDeploy = true;
+        test::storeSites({site});
+        QVERIFY(m_ftp->writeFile(u"www/.tarnwell"_s, "0123abc,100.0,other"));
+
+        test::ScriptedDeployView view;
+        view.holdSheets = true;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QTRY_COMPARE_WITH_TIMEOUT(view.heldSheets.size(), 1, 20000);
+        QCOMPARE(int(controller.readiness()), int(DeployReadiness::QuestionPending));
+
+        repo.write(u"b.txt"_s, "2");
+        const QString newest = repo.commitAll(u"two"_s);
+        commitWritten(controller, repo);
+        controller.deployButton();
+        QTest::qWait(300);
+        QCOMPARE(view.alerts.size(), 1);
+        QCOMPARE(ended.count(), 0);
+
+        view.answerHeldSheet(1); // Cancel
+        QTRY_COMPARE(ended.count(), 1);
+        // The commit seen meanwhile is deployed now: the record still names
+        // another branch, so the question comes again.
+        QTRY_COMPARE_WITH_TIMEOUT(view.heldSheets.size(), 1, 20000);
+        QCOMPARE(view.alerts.size(), 2);
+        view.answerHeldSheet(0); // Force deploy
+        const Attempt attempt = waitForEnd(ended, 2);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a.txt"_s, u"b.txt"_s}));
+        QVERIFY(record().startsWith(QByteArray(newest.toUtf8() + ',')));
+    }
+
+    // An abort stops everything the run had queued: an answer given just
+    // before it sends nothing.
+    void abortRightAfterAnAnswerSendsNothing() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        repo.commitAll(u"one"_s);
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
+        QVERIFY(m_ftp->writeFile(u"www/.tarnwell"_s, "0123abc,100.0,other"));
+
+        test::ScriptedDeployView view;
+        view.holdSheets = true;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QTRY_COMPARE_WITH_TIMEOUT(view.heldSheets.size(), 1, 20000);
+        view.answerHeldSheet(0); // Force deploy
+        controller.abortDeploy();
+        QTest::qWait(1500);
+        QCOMPARE(ended.count(), 1);
+        QCOMPARE(int(ended.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Aborted));
+        QCOMPARE(test::tree(www()), QStringList{u".tarnwell"_s});
+        QCOMPARE(record(), QByteArray("0123abc,100.0,other"));
+        QVERIFY(controller.isIdle());
+    }
+
+    // A commit made while a run is under way is deployed when it has ended.
+    void commitDuringARunIsDeployedAfterIt() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->autoDeploy = true;
+        site->preDeployScriptLocal = u"sleep 1"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QTest::qWait(200);
+        repo.write(u"b.txt"_s, "2");
+        const QString second = repo.commitAll(u"two"_s);
+        commitWritten(controller, repo);
+        QVERIFY(waitForEnd(ended, 1).outcome == DeployOutcome::Deployed);
+        const Attempt attempt = waitForEnd(ended, 2);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
+        QVERIFY(QFile::exists(www() + u"/b.txt"_s));
+    }
+
+    // A record that cannot be written is no success: the files are on the
+    // server, the outcome says the record is missing, and the site keeps
+    // the commit it had.
+    void recordThatCannotBeWrittenIsNoSuccess() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        // After the uploads, before the record: the folder refuses writes.
+        site->postDeployScriptLocal = u"chmod 555 '"_s + www() + u"'"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QFile::setPermissions(www(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                         QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                         QFile::ExeOther);
+        QCOMPARE(int(attempt.outcome), int(DeployOutcome::RecordNotWritten));
+        QVERIFY2(attempt.message.contains(u"record"_s), qPrintable(attempt.message));
+        QCOMPARE(view.messages(), QStringList{u"An error occured!"_s});
+        QVERIFY(QFile::exists(www() + u"/index.html"_s));
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
+        QVERIFY(!Sites().loadAll()->first()->lastCommitDeployed);
+        QVERIFY(ViewController::isUploading());
+    }
+
+    // A repository folder that is gone by the time the files are queued
+    // fails the run with a message; nothing hangs.
+    void vanishedRepositoryFolderFailsTheRun() {
+        auto repo = std::make_unique<test::GitRepository>();
+        repo->write(u"index.html"_s, "x");
+        repo->commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(*repo, *m_ftp);
+        site->preDeployScriptLocal = u"cd / && rm -rf '"_s + repo->path() + u"'"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QCOMPARE(int(attempt.outcome), int(DeployOutcome::Failed));
+        QVERIFY2(attempt.message.contains(u"is gone"_s), qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()), QStringList());
+    }
+
+    // The display is kept awake for a run and let go whatever way it ends.
+    void displaySleepReleasedOnEveryEnd() {
+        test::DBusMockService screenSaver(u"org.freedesktop.ScreenSaver"_s, u"/org/freedesktop/ScreenSaver"_s,
+                                          {u"org.freedesktop.ScreenSaver"_s,
+                                           u"/org/freedesktop/ScreenSaver"_s,
+                                           u"org.freedesktop.ScreenSaver"_s});
+        QVERIFY(screenSaver.start());
+        screenSaver.mockCall(u"AddMethod"_s,
+                             {QString(), u"Inhibit"_s, u"ss"_s, u"u"_s,
+                              u"self.cookie = getattr(self, 'cookie', 0) + 1\nret = self.cookie"_s});
+        screenSaver.mockCall(u"AddMethod"_s, {QString(), u"UnInhibit"_s, u"u"_s, QString(), QString()});
+        const auto balance = [&] {
+            int held = 0;
+            for (const auto& call : screenSaver.calls())
+                held += call.first == u"Inhibit"_s ? 1 : call.first == u"UnInhibit"_s ? -1 : 0;
+            return held;
+        };
+
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->preDeployScriptLocal = u"exit 2"_s;
+        test::storeSites({site});
+        {
+            test::ScriptedDeployView view;
+            ViewController controller(view);
+            controller.viewDidLoad();
+            QCOMPARE(int(deploy(controller).outcome), int(DeployOutcome::ScriptFailed));
+            QTRY_COMPARE(balance(), 0);
+        }
+        site->preDeployScriptLocal.reset();
+        test::storeSites({site});
+        QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QCOMPARE(int(deploy(controller).outcome), int(DeployOutcome::Failed));
+        QTRY_COMPARE(balance(), 0);
+        QVERIFY(screenSaver.calls().size() >= 4);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDeployRunEndToEnd)
+#include "tst_deployrun_e2e.moc"
