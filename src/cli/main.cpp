@@ -9,6 +9,7 @@
 #include "app/SystemLog.h"
 #include "app/ToolPaths.h"
 #include "deploy/DeployOutcome.h"
+#include "model/Sites.h"
 
 #include <QCoreApplication>
 #include <QMetaType>
@@ -83,5 +84,10 @@ int main(int argc, char* argv[]) {
         SystemLog::setEchoToStandardError(true);
         ToolPaths::logCurlVersion();
     }
-    return command->execute(arguments);
+    const int code = command->execute(arguments);
+    // A stored list that could not be read whole is said once, whatever the
+    // command (the deploy controller may have said it already).
+    if (const auto problem = Sites::takeLoadProblem())
+        terminal.errLine(QStringLiteral("Note: ") + *problem);
+    return code;
 }

@@ -63,6 +63,12 @@ void ViewController::viewDidLoad() {
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
         emptyTableViewContoller->noSitesDefined();
+    if (const auto problem = Sites::takeLoadProblem()) {
+        AlertRequest alert;
+        alert.message = QStringLiteral("Some sites could not be read");
+        alert.informativeText = *problem;
+        m_view.runModal(alert);
+    }
     appInForeground = true;
 
     fileWatcherQueue = std::make_unique<tw::VDKQueue>();

@@ -202,14 +202,10 @@ QCborMap Site::encode() {
     map.insert(QStringLiteral("lastCommitDeployed"),
                lastCommitDeployed ? QCborValue(lastCommitDeployed->encode()) : QCborValue(QCborValue::Null));
     map.insert(QStringLiteral("deployBranch"), archive::toCbor(deployBranch));
-    QCborValue commitsValue(QCborValue::Null);
-    if (commits) {
-        QCborArray array;
-        for (const CommitPtr& commit : *commits)
-            array.append(commit ? QCborValue(commit->encode()) : QCborValue(QCborValue::Null));
-        commitsValue = array;
-    }
-    map.insert(QStringLiteral("commits"), commitsValue);
+    // The commit list is a cache the window fills from git whenever it lists
+    // the files: stored with every save it made the list grow with the
+    // repository's whole history. The key stays, empty.
+    map.insert(QStringLiteral("commits"), QCborValue(QCborValue::Null));
     map.insert(QStringLiteral("branches"),
                branches ? QCborValue(QCborArray::fromStringList(*branches)) : QCborValue(QCborValue::Null));
     map.insert(QStringLiteral("protocol"), archive::toCbor(protocol));

@@ -15,8 +15,11 @@ class Sites {
 public:
     QString sitesKey = QStringLiteral("sites");
 
-    // The stored sites, or nothing when none are stored or the stored value
-    // cannot be read as a list of sites.
+    // The stored sites, or nothing when none are stored. A stored list that
+    // cannot be read whole (a broken entry, a truncated value) is never
+    // taken for "no sites": the sites that can be read are answered, and the
+    // stored value as it was is kept in a dated backup file beside the
+    // preferences (see loadProblem), so a later save loses nothing.
     std::optional<SiteList> loadAll() const;
     qint64 total() const;
     // Archives the list, stores it and writes the preferences to disk.
@@ -30,7 +33,20 @@ public:
     static bool saveDeployment(const QString& siteId, const CommitPtr& commit);
 
     static QByteArray archive(const SiteList& sites);
+    // Every site of the archive, or nothing when any part is unreadable.
     static std::optional<SiteList> unarchive(const QByteArray& archived);
+    // The sites that can be read, in order; complete is false when an entry
+    // or the rest of the value could not be read.
+    struct Readable {
+        SiteList sites;
+        bool complete = true;
+    };
+    static Readable unarchiveReadable(const QByteArray& archived);
+
+    // The sentence for the person when the stored list could not be read
+    // whole and was kept aside, answered once per process (the first call
+    // after a load that found the problem); nothing otherwise.
+    static std::optional<QString> takeLoadProblem();
 };
 
 } // namespace tw

@@ -1,9 +1,13 @@
 #include "TestEnvironment.h"
+#include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "model/Site.h"
 #include "model/Sites.h"
 
 #include <QCborArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
@@ -67,7 +71,6 @@ private slots:
         QCOMPARE(s->bookmarkData, site->bookmarkData);
         QCOMPARE(s->lastCommitDeployed->sha1, u"a1b2c3d"_s);
         QCOMPARE(s->lastCommitDeployed->deployedWhen, site->lastCommitDeployed->deployedWhen);
-        QCOMPARE(s->commits->size(), 1);
         QCOMPARE(*s->branches, *site->branches);
         QCOMPARE(s->mandatoryFiles->first()->pathWithFilename, u".htaccess"_s);
         QCOMPARE(s->ignoredFiles->first()->pathWithFilename, u"css/"_s);
@@ -81,6 +84,60 @@ private slots:
         QVERIFY(!Sites::unarchive(QCborValue(QCborArray{1, 2}).toCbor()));
         QVERIFY(!Sites::unarchive(QCborValue(QCborMap{}).toCbor()));
         QCOMPARE(Sites::unarchive(QCborValue(QCborArray{}).toCbor())->size(), 0);
+    }
+
+    // A stored list that cannot be read whole is never taken for "no
+    // sites": what can be read loads, the value as it was is kept aside,
+    // and the person is told once.
+    void partlyReadableListLosesNothing() {
+        test::TestEnvironment::resetPreferences();
+        SitePtr first = filledSite();
+        first->name = u"First"_s;
+        SitePtr second = filledSite();
+        second->name = u"Second"_s;
+        QCborArray array{QCborValue(first->encode()), QCborValue(u"broken entry"_s),
+                         QCborValue(second->encode())};
+        QByteArray stored = QCborValue(array).toCbor();
+        stored.chop(20); // and the value cut short in the last site
+        Preferences::instance().setValue(u"sites"_s, stored);
+
+        const SiteList loaded = Sites().loadAll().value_or(SiteList());
+        QCOMPARE(loaded.size(), 1);
+        QCOMPARE(loaded.first()->name, u"First"_s);
+        const std::optional<QString> problem = Sites::takeLoadProblem();
+        QVERIFY(problem);
+        QVERIFY2(problem->contains(u"could not be read"_s), qPrintable(*problem));
+        QVERIFY(!Sites::takeLoadProblem());
+        Sites().loadAll();
+        QVERIFY(!Sites::takeLoadProblem()); // once per run of the program
+
+        const QDir folder = QFileInfo(Preferences::instance().fileName()).absoluteDir();
+        const QStringList backups = folder.entryList({u"sites-unreadable-*.cbor"_s}, QDir::Files);
+        QCOMPARE(backups.size(), 1);
+        QVERIFY(problem->contains(backups.first()));
+        QFile backup(folder.filePath(backups.first()));
+        QVERIFY(backup.open(QIODevice::ReadOnly));
+        QCOMPARE(backup.readAll(), stored);
+        QCOMPARE(int(backup.permissions() & (QFile::ReadGroup | QFile::ReadOther)), 0);
+
+        // Saving the readable sites now overwrites nothing that is not kept.
+        Sites().storeWithSites(loaded);
+        QCOMPARE(Sites().loadAll()->size(), 1);
+    }
+
+    // The stored site does not carry the repository's history with it.
+    void archiveCarriesNoHistory() {
+        SitePtr site = filledSite();
+        site->commits = std::make_shared<CommitList>();
+        for (int i = 0; i < 1000; ++i) {
+            auto commit = std::make_shared<Commit>();
+            commit->sha1 = QString::number(i, 16);
+            site->commits->append(commit);
+        }
+        const QCborMap map = site->encode();
+        QVERIFY(map.contains(u"commits"_s));
+        QVERIFY(map.value(u"commits"_s).isNull());
+        QCOMPARE(Site::decode(map)->lastCommitDeployed->sha1, site->lastCommitDeployed->sha1);
     }
 
     void jsonRoundTrip() {
