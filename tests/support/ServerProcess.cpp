@@ -250,4 +250,8 @@ bool ServerProcess::isRoot() {
     return ::geteuid() == 0;
 }
 
+bool serversRequired() {
+    return qEnvironmentVariable("TARNWELL_REQUIRE_SERVERS") == QStringLiteral("1");
+}
+
 } // namespace tw::test

@@ -59,11 +59,22 @@ private:
 
 } // namespace tw::test
 
+namespace tw::test {
+// Whether a test that cannot get its server, root or secret store must fail
+// instead of skipping: TARNWELL_REQUIRE_SERVERS=1 (CI sets it), so that a
+// missing install step cannot pass as a skipped test.
+bool serversRequired();
+} // namespace tw::test
+
 // Skips the test function when the server cannot run on this machine (not
-// root) and fails it when the server should run but did not start.
+// root), or fails it when servers are required; fails it when the server
+// should run but did not start.
 #define TW_REQUIRE_SERVER(server)                                                                            \
     do {                                                                                                     \
-        if ((server).skipReason())                                                                           \
+        if ((server).skipReason()) {                                                                         \
+            if (tw::test::serversRequired())                                                                 \
+                QFAIL(qPrintable(*(server).skipReason()));                                                   \
             QSKIP(qPrintable(*(server).skipReason()));                                                       \
+        }                                                                                                    \
         QVERIFY2((server).isRunning(), qPrintable((server).errorString()));                                  \
     } while (false)
