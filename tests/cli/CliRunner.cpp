@@ -32,6 +32,10 @@ CliRunner::CliRunner()
     m_environment.remove(QStringLiteral("TARNWELL_VERBOSE"));
 }
 
+QString CliRunner::program() const {
+    return QStringLiteral(TARNWELL_CLI_PROGRAM);
+}
+
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
     QProcess process;
     process.setProcessEnvironment(m_environment);

@@ -27,6 +27,9 @@ public:
     CliRunner();
 
     QString folder() const { return m_folder.path(); }
+    // For starting the program in the background with the same settings.
+    QString program() const;
+    QProcessEnvironment environment() const { return m_environment; }
 
     CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
     // Standard output of a --json command.

@@ -1,0 +1,180 @@
+#include "CliRunner.h"
+#include "FtpServer.h"
+#include "GitRepository.h"
+#include "Inspection.h"
+#include "ServerProcess.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+#include <csignal>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// curl processes anywhere on the machine that talk to the port (their URLs
+// name it): what a command left behind after it ended.
+QStringList curlsFor(quint16 port) {
+    QStringList found;
+    const QByteArray needle = "127.0.0.1:" + QByteArray::number(port);
+    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray command = test::readFile(u"/proc/"_s + pid + u"/cmdline"_s);
+        if (command.contains("curl") && command.contains(needle))
+            found.append(pid);
+    }
+    return found;
+}
+
+} // namespace
+
+// tarnwell-cli as scripts and people use it over time: interrupted, watching
+// a repository, testing the connection, naming a site that is not the
+// current one.
+class TestCliSessions : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<test::FtpServer> m_ftp;
+
+    QString www() const { return m_ftp->homeFolder() + u"/www"_s; }
+    QByteArray record() const { return test::readFile(www() + u"/.tarnwell"_s); }
+
+    test::CliResult addSite(const test::CliRunner& cli, const test::GitRepository& repo, const QString& name,
+                            const QStringList& more = {}) const {
+        return cli.run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--host"_s,
+                                   test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()),
+                                   u"--user"_s, test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s,
+                                   u"--password-stdin"_s} +
+                           more,
+                       test::FtpServer::password().toUtf8() + '\n');
+    }
+
+    // Waits until the process has printed the text on standard output.
+    static bool waitForOutput(QProcess& process, QByteArray& output, const QByteArray& text,
+                              int timeout = 30000) {
+        return QTest::qWaitFor(
+                   [&] {
+                       output += process.readAllStandardOutput();
+                       return output.contains(text) || process.state() == QProcess::NotRunning;
+                   },
+                   timeout) &&
+               output.contains(text);
+    }
+
+private slots:
+    void initTestCase() {
+        test::TestEnvironment::isolate();
+        m_ftp = std::make_unique<test::FtpServer>();
+    }
+
+    void init() {
+        TW_REQUIRE_SERVER(*m_ftp);
+        QDir(www()).removeRecursively();
+        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
+        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+    }
+
+    // Ctrl-C during a deployment: exit code 130, every curl stopped, no
+    // record written.
+    void interruptedDeployment() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        for (int i = 0; i < 1500; ++i)
+            repo.write(u"f/%1/file%2.txt"_s.arg(i % 30).arg(i), QByteArray(256, 'x'));
+        repo.commitAll(u"many"_s);
+        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+
+        QProcess deploy;
+        deploy.setProcessEnvironment(cli.environment());
+        deploy.start(cli.program(), {u"deploy"_s, u"--quiet"_s});
+        QVERIFY(QTest::qWaitFor([&] { return !curlsFor(m_ftp->port()).isEmpty(); }, 30000));
+        ::kill(static_cast<pid_t>(deploy.processId()), SIGINT);
+        QVERIFY(deploy.waitForFinished(30000));
+        QCOMPARE(deploy.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(deploy.exitCode(), 130);
+        QVERIFY(QString::fromUtf8(deploy.readAllStandardError()).contains(u"Interrupted"_s));
+        QCOMPARE(curlsFor(m_ftp->port()), QStringList());
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
+    }
+
+    // watch deploys every commit, also the one after a deployment that has
+    // just ended, and stops on Ctrl-C with exit code 0.
+    void watchDeploysEveryCommit() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "one");
+        repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo, u"Blog"_s, {u"--auto-deploy"_s}).exitCode, 0);
+
+        QProcess watch;
+        watch.setProcessEnvironment(cli.environment());
+        watch.start(cli.program(), {u"watch"_s, u"--quiet"_s});
+        QByteArray output;
+        QVERIFY2(waitForOutput(watch, output, "Watching site"), output.constData());
+        for (int round = 2; round <= 3; ++round) {
+            repo.write(u"page%1.html"_s.arg(round), "page");
+            const QString commit = repo.commitAll(u"round %1"_s.arg(round));
+            QVERIFY2(waitForOutput(watch, output, "Deployed commit " + commit.toUtf8()),
+                     QByteArray(output + watch.readAllStandardError()).constData());
+            QVERIFY(record().startsWith(QByteArray(commit.toUtf8() + ',')));
+        }
+        ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
+        QVERIFY(watch.waitForFinished(20000));
+        QCOMPARE(watch.exitCode(), 0);
+        QVERIFY(QFile::exists(www() + u"/page3.html"_s));
+    }
+
+    // 'test' answers 0 when the server takes the test file, 8 when the
+    // server cannot be reached, 7 when the site cannot be tested at all.
+    void connectionTestExitCodes() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+
+        test::CliResult r = cli.run({u"test"_s, u"Blog"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY(QFile::exists(www() + u"/.test"_s));
+
+        const QString closedPort = QString::number(test::ServerProcess::freePort());
+        QCOMPARE(cli.run({u"edit"_s, u"Blog"_s, u"--port"_s, closedPort}).exitCode, 0);
+        r = cli.run({u"test"_s, u"Blog"_s});
+        QVERIFY2(r.exitCode == 8, r.describe().constData());
+
+        r = cli.run({u"test"_s, u"Nowhere"_s});
+        QVERIFY2(r.exitCode == 7, r.describe().constData());
+    }
+
+    // A command that names a site works on it alone: the current site, the
+    // window's selection, stays.
+    void namedSiteLeavesTheCurrentOne() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"one"_s);
+        QCOMPARE(addSite(cli, repo, u"Shop"_s).exitCode, 0);
+        QCOMPARE(cli.run({u"edit"_s, u"Shop"_s, u"--remote-path"_s, u"shop/"_s}).exitCode, 0);
+        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+        QCOMPARE(cli.run({u"use"_s, u"Shop"_s}).exitCode, 0);
+
+        const test::CliResult r = cli.run({u"deploy"_s, u"Blog"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        const QJsonArray sites = cli.json({u"sites"_s, u"--json"_s}).array();
+        QCOMPARE(sites.size(), 2);
+        QCOMPARE(sites.at(0)[u"name"_s].toString(), u"Shop"_s);
+        QVERIFY(sites.at(0)[u"current"_s].toBool());
+        QVERIFY(sites.at(0)[u"lastDeployedCommit"_s].isNull());
+        QCOMPARE(sites.at(1)[u"lastDeployedCommit"_s].toString(), commit);
+        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/shop/index.html"_s));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliSessions)
+#include "tst_cli_sessions.moc"
