@@ -6,6 +6,7 @@
 #include "EditCommand.h"
 #include "ExportCommand.h"
 #include "ImportCommand.h"
+#include "InitCiCommand.h"
 #include "LogCommand.h"
 #include "MoveCommand.h"
 #include "RemoveCommand.h"
@@ -102,6 +103,7 @@ std::vector<std::unique_ptr<Command>> Command::createAll() {
     commands.push_back(std::make_unique<ImportCommand>());
     commands.push_back(std::make_unique<ExportCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
+    commands.push_back(std::make_unique<InitCiCommand>());
     commands.push_back(std::make_unique<LogCommand>());
     commands.push_back(std::make_unique<VersionCommand>());
     return commands;

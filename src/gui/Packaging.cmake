@@ -19,9 +19,10 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 or SFTP. Only the files changed since the last deployment are sent; scripts can run\n\
 before and after a deployment, locally or on the server over SSH.")
 # Qt and the other libraries the programs link are found by dpkg-shlibdeps;
-# git, curl's libraries, the secret store and ssh are what the programs run.
+# git, the secret store and ssh are what the programs run; the own curl and
+# its libcurl come with the package (their libraries are found by shlibdeps).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "git, curl, libsecret-1-0, openssh-client")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "git, libsecret-1-0, openssh-client")
 # The own curl's libcurl lives in the tools folder, not in a system path.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${TARNWELL_CURL_ROOT}/usr/lib/x86_64-linux-gnu")
 include(CPack)

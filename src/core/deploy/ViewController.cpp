@@ -182,45 +182,8 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
 // always-uploaded entries join the changed files. A waiting file that a
 // commit changed since it was unchecked is listed as changed, checked again.
 void ViewController::addWaitingAndMandatoryRows(FileList& list) {
-    const QString siteId = currentSite->siteId();
-    WaitingFiles::Entries waiting = WaitingFiles::of(siteId);
-    if (!waiting.isEmpty() && m_listedCommit && m_listedCommit->sha1) {
-        SiteManager manager(currentSite);
-        QHash<QString, QSet<QString>> changedSince; // by the commit a file was unchecked at
-        for (auto it = waiting.begin(); it != waiting.end();) {
-            if (it->commit == *m_listedCommit->sha1) {
-                ++it;
-                continue;
-            }
-            if (!changedSince.contains(it->commit)) {
-                QSet<QString> changed;
-                const auto lines = manager.loadFilesfromCommit(it->commit, *m_listedCommit->sha1);
-                for (const FilePtr& file : manager.createFileObjects(lines.value_or(QStringList())))
-                    changed.insert(file->pathWithFilename.value_or(QString()));
-                changedSince.insert(it->commit, changed);
-            }
-            if (changedSince.value(it->commit).contains(it.key()))
-                it = waiting.erase(it);
-            else
-                ++it;
-        }
-        WaitingFiles::set(siteId, waiting);
-    }
-    QSet<QString> listed;
-    for (const FilePtr& file : std::as_const(list)) {
-        const QString path = file->pathWithFilename.value_or(QString());
-        listed.insert(path);
-        if (waiting.contains(path))
-            file->willUpload = false;
-    }
-    for (auto it = waiting.cbegin(); it != waiting.cend(); ++it) {
-        if (listed.contains(it.key()))
-            continue;
-        const FilePtr file = File::initWithPath(it.key());
-        file->gitStatus = it->letter;
-        file->willUpload = false;
-        list.append(file);
-    }
+    WaitingFiles::mergeInto(list, currentSite,
+                            m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString());
     // Always-uploaded entries are listed as copies: unchecking one leaves
     // the site's own list as it is.
     if (currentSite->mandatoryFiles) {
@@ -525,27 +488,22 @@ void ViewController::fileBookmarkIsStale() {
 void ViewController::updateCheckboxes(bool checked, const QList<qsizetype>& selectedRows) {
     if (!files || !currentSite)
         return;
-    const QString siteId = currentSite->siteId();
-    WaitingFiles::Entries waiting = WaitingFiles::of(siteId);
-    const QString commit = m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString();
+    FileList changed;
     for (const qsizetype row : selectedRows) {
         if (row < 0 || row >= files->size())
             continue;
         const FilePtr& file = files->at(row);
         file->willUpload = checked;
         const QString path = file->pathWithFilename.value_or(QString());
-        if (file->gitStatus == kMandatory) {
-            if (checked)
-                m_uncheckedMandatory.remove(path);
-            else
-                m_uncheckedMandatory.insert(path);
-        } else if (checked) {
-            waiting.remove(path);
-        } else {
-            waiting.insert(path, WaitingFiles::Entry{file->gitStatus.value_or(QStringLiteral("M")), commit});
-        }
+        if (file->gitStatus != kMandatory)
+            changed.append(file);
+        else if (checked)
+            m_uncheckedMandatory.remove(path);
+        else
+            m_uncheckedMandatory.insert(path);
     }
-    WaitingFiles::set(siteId, waiting);
+    WaitingFiles::remember(currentSite->siteId(), changed,
+                           m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString());
     m_view.filesDidChange();
     updateReadiness();
 }

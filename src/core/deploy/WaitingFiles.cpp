@@ -1,7 +1,9 @@
 #include "WaitingFiles.h"
 
 #include "app/Preferences.h"
+#include "git/SiteManager.h"
 
+#include <QSet>
 #include <QVariantMap>
 
 namespace tw {
@@ -44,6 +46,62 @@ void WaitingFiles::set(const QString& siteId, const Entries& entries) {
         all.insert(siteId, lines);
     }
     Preferences::instance().setValue(kWaitingFiles, all);
+}
+
+void WaitingFiles::remember(const QString& siteId, const FileList& rows, const QString& listedCommit) {
+    Entries waiting = of(siteId);
+    for (const FilePtr& file : rows) {
+        const QString path = file->pathWithFilename.value_or(QString());
+        if (file->willUpload)
+            waiting.remove(path);
+        else
+            waiting.insert(path, Entry{file->gitStatus.value_or(QStringLiteral("M")), listedCommit});
+    }
+    set(siteId, waiting);
+}
+
+void WaitingFiles::mergeInto(FileList& list, const SitePtr& site, const QString& listedCommit) {
+    const QString siteId = site->siteId();
+    Entries waiting = of(siteId);
+    if (!waiting.isEmpty() && !listedCommit.isEmpty()) {
+        SiteManager manager(site);
+        QHash<QString, QSet<QString>> changedSince; // by the commit a file was unchecked at
+        const qsizetype before = waiting.size();
+        for (auto it = waiting.begin(); it != waiting.end();) {
+            if (it->commit == listedCommit) {
+                ++it;
+                continue;
+            }
+            if (!changedSince.contains(it->commit)) {
+                QSet<QString> changed;
+                const auto lines = manager.loadFilesfromCommit(it->commit, listedCommit);
+                for (const FilePtr& file : manager.createFileObjects(lines.value_or(QStringList())))
+                    changed.insert(file->pathWithFilename.value_or(QString()));
+                changedSince.insert(it->commit, changed);
+            }
+            if (changedSince.value(it->commit).contains(it.key()))
+                it = waiting.erase(it);
+            else
+                ++it;
+        }
+        if (waiting.size() != before)
+            set(siteId, waiting);
+    }
+    QSet<QString> listed;
+    for (const FilePtr& file : std::as_const(list)) {
+        const QString path = file->pathWithFilename.value_or(QString());
+        listed.insert(path);
+        if (waiting.contains(path))
+            file->willUpload = false;
+    }
+    for (auto it = waiting.cbegin(); it != waiting.cend(); ++it) {
+        if (listed.contains(it.key()))
+            continue;
+        const FilePtr file = File::initWithPath(it.key());
+        file->gitStatus = it->letter;
+        file->willUpload = false;
+        list.append(file);
+    }
 }
 
 } // namespace tw

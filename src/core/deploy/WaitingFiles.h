@@ -1,5 +1,8 @@
 #pragma once
 
+#include "model/File.h"
+#include "model/Site.h"
+
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -22,6 +25,15 @@ public:
 
     static Entries of(const QString& siteId);
     static void set(const QString& siteId, const Entries& entries);
+
+    // Notes the check marks of the rows as the person set them: an unchecked
+    // row waits from the listed commit on, a checked one waits no more.
+    static void remember(const QString& siteId, const FileList& rows, const QString& listedCommit);
+    // Applies the site's waiting files to a listing at the listed commit:
+    // the ones a commit changed since they were unchecked wait no more (they
+    // are listed as changed, checked); the others are unchecked in the list,
+    // or added to it, unchecked, with their letter.
+    static void mergeInto(FileList& list, const SitePtr& site, const QString& listedCommit);
 };
 
 } // namespace tw

@@ -282,9 +282,13 @@ SitePtr Site::decode(const QCborValue& archived) {
 }
 
 QJsonObject Site::jsonObject() {
+    return jsonObject(TWPasswords::getPasswordForSite(siteId()));
+}
+
+QJsonObject Site::jsonObject(const std::optional<QString>& exportedPassword) {
     QJsonObject dict;
     dict.insert(QStringLiteral("siteIndex"), static_cast<double>(siteIndex));
-    dict.insert(QStringLiteral("password"), archive::toJson(TWPasswords::getPasswordForSite(siteId())));
+    dict.insert(QStringLiteral("password"), archive::toJson(exportedPassword));
     dict.insert(QStringLiteral("version"), archive::toJson(version));
     dict.insert(QStringLiteral("siteId"), archive::toJson(m_siteId));
     dict.insert(QStringLiteral("name"), archive::toJson(name));

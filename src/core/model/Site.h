@@ -87,6 +87,9 @@ public:
 
     // The 27-key export object; the password comes from the secret store.
     QJsonObject jsonObject();
+    // The same object with the given password (none: null), the secret store
+    // left alone.
+    QJsonObject jsonObject(const std::optional<QString>& exportedPassword);
     // A site from an export object; nulls become empty texts.
     static SitePtr initWithDict(const QJsonObject& dict);
 
