@@ -13,18 +13,26 @@
 #                files (4 modified, 3 added, 3 deleted), starting from the
 #                state that the contestant's own first deployment left on the
 #                server (its files and its own record: .tarnwell, .git-ftp.log);
+#   deletions    the deployment after that of a commit that deletes 1,000 of
+#                the files, from the state the contestant's own incremental
+#                deployment left;
 #   memory       a first deployment of 20,000 files by tarnwell-cli alone, for
 #                its peak memory.
 #
 # Contestants, each a cold start of its own process(es):
-#   tarnwell-cli   tarnwell-cli deploy --yes
+#   tarnwell-cli   tarnwell-cli deploy --yes (its preference maxConnections: 3)
+#   tarnwell-cli, 1 connection   the same with maxConnections 1
 #   curl floor     the application's own curl run directly on the same batch
-#                  command lines that tarnwell-cli ran (recorded from one real
-#                  deployment per workload and mode), one after another;
-#                  without the record's read and write
+#                  command lines that tarnwell-cli ran with one connection
+#                  (recorded from one real deployment per workload and mode),
+#                  one after another; without the record's read and write
 #   git-ftp        git ftp init / git ftp push (Debian's git-ftp, which runs
 #                  the system's curl)
-#   lftp           lftp -e 'mirror -R --parallel=1 --delete ...'
+#   lftp           lftp -e 'mirror -R --parallel=1 --delete ...' and the same
+#                  with --parallel=4
+#   rclone         rclone sync --exclude '.git/**' to an :ftp: or :sftp: remote
+#                  given on its command line (4 transfers; passive FTP and SFTP
+#                  only: it has no active FTP)
 #
 # Before every run the remote folder is emptied (first) or put back into the
 # contestant's deployed state (incremental) on the server's disk, and the
@@ -33,9 +41,9 @@
 # files counts as failed. Prints every run, then a Markdown table (median and
 # range of the runs, tarnwell-cli's median divided by the contestant's, peak
 # resident memory from GNU time), the target checks, and last
-# "ratio=<tarnwell-cli first deployment / curl floor, passive FTP>".
+# "ratio=<tarnwell-cli first deployment / the fastest other tool's, passive FTP>".
 #
-# Needs root (pure-ftpd and sshd), a release build, git-ftp, lftp, GNU time:
+# Needs root (pure-ftpd and sshd), a release build, git-ftp, lftp, rclone, GNU time:
 #   sudo bench/compare/compare.sh [--build DIR] [--runs N] [--modes passive,active,sftp]
 #       [--files N] [--memory-files N] [--memory-runs N] [--timeout SECONDS]
 #       [--time-wait N] [--results FILE] [--keep]
@@ -98,7 +106,7 @@ if [ ! -x "$cli" ] || [ ! -x "$own_curl" ]; then
     echo "No $cli or $own_curl: build first (make build)." >&2
     exit 1
 fi
-for tool in /usr/sbin/pure-ftpd /usr/sbin/sshd pure-pw openssl ssh-keygen git git-ftp lftp curl /usr/bin/time \
+for tool in /usr/sbin/pure-ftpd /usr/sbin/sshd pure-pw openssl ssh-keygen git git-ftp lftp rclone curl /usr/bin/time \
     timeout python3 dbus-daemon dbus-send gnome-keyring-daemon md5sum; do
     if ! command -v "$tool" >/dev/null; then
         echo "The comparison needs $tool: run scripts/setup.sh (make build does)." >&2
@@ -141,6 +149,8 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 say() { printf '%s\n' "$*"; }
+# rclone runs with remotes given on its command line and no configuration.
+export RCLONE_CONFIG=/dev/null
 die() {
     printf '%s\n' "$*" >&2
     exit 1
@@ -349,17 +359,45 @@ mkdir -p "$states"
 for mode in "${mode_list[@]}"; do
     add_site "$mode" "$site" "$mode"
 done
+# The preferences of tarnwell-cli with one connection: the same, with the
+# preference maxConnections set to 1.
+one_connection() {
+    python3 - "$1" <<'PY'
+import re, sys
+path = sys.argv[1]
+text = open(path, encoding="utf-8").read()
+text = re.sub(r"(?m)^maxConnections=.*\n", "", text)
+text = text.replace("[General]\n", "[General]\nmaxConnections=1\n", 1)
+open(path, "w", encoding="utf-8").write(text)
+PY
+}
 for mode in "${mode_list[@]}"; do
     "$cli" --no-input use "$mode" >/dev/null
     cp "$conf" "$states/conf-new-$mode"
+    cp "$conf" "$states/conf-new-$mode-1"
+    one_connection "$states/conf-new-$mode-1"
 done
 
 contestant_name() {
     case $1 in
         tarnwell) echo "tarnwell-cli" ;;
+        tarnwell1) echo "tarnwell-cli, 1 connection" ;;
         floor) echo "curl floor" ;;
         gitftp) echo "git-ftp" ;;
         lftp) echo "lftp --parallel=1" ;;
+        lftp4) echo "lftp --parallel=4" ;;
+        rclone) echo "rclone sync" ;;
+    esac
+}
+# The preferences file a tarnwell-cli contestant starts a workload with.
+conf_state() {
+    local contestant=$1 workload=$2 mode=$3 suffix=""
+    [ "$contestant" = tarnwell1 ] && suffix=-1
+    case $workload in
+        first) echo "$states/conf-new-$mode$suffix" ;;
+        incremental) echo "$states/conf-first-$mode$suffix" ;;
+        deletions) echo "$states/conf-incremental-$mode$suffix" ;;
+        memory) echo "$states/conf-new-memory" ;;
     esac
 }
 
@@ -371,20 +409,29 @@ git_ftp_arguments() {
     esac
 }
 lftp_command() {
-    local mode=$1 folder=$2
+    local mode=$1 folder=$2 parallel=$3
     case $mode in
         passive | active)
             local passive_mode=on
             [ "$mode" = active ] && passive_mode=off
             lftp_args=(-u "$ftp_user,$ftp_password"
-                -e "set ftp:passive-mode $passive_mode; set ftp:ssl-allow no; mirror -R --parallel=1 --delete --exclude-glob .git/ $folder www; quit"
+                -e "set ftp:passive-mode $passive_mode; set ftp:ssl-allow no; mirror -R --parallel=$parallel --delete --exclude-glob .git/ $folder www; quit"
                 "ftp://127.0.0.1:$ftp_port")
             ;;
         sftp)
             lftp_args=(-u root,
-                -e "set sftp:connect-program 'ssh -a -x -i $ssh_key $ssh_options'; mirror -R --parallel=1 --delete --exclude-glob .git/ $folder www; quit"
+                -e "set sftp:connect-program 'ssh -a -x -i $ssh_key $ssh_options'; mirror -R --parallel=$parallel --delete --exclude-glob .git/ $folder www; quit"
                 "sftp://127.0.0.1:$ssh_port")
             ;;
+    esac
+}
+# rclone's remote given on its command line; none for active FTP, which it
+# does not speak.
+rclone_remote() {
+    case $1 in
+        passive) echo ":ftp,host=127.0.0.1,port=$ftp_port,user=$ftp_user,pass=$(rclone obscure "$ftp_password"):www" ;;
+        sftp) echo ":sftp,host=127.0.0.1,port=$ssh_port,user=root,key_file=$ssh_key:www" ;;
+        *) echo "" ;;
     esac
 }
 
@@ -409,8 +456,10 @@ timed() {
 load_floor() {
     local key=$1 record=$2 index=0 file
     for file in "$record"/*; do
+        case $file in *.in) continue ;; esac
         if tr '\0' '\n' <"$file" | grep -qx -- --user-agent; then
             mapfile -d '' -t "floor_${key}_$index" <"$file"
+            eval "floor_${key}_${index}_input=\$file.in"
             index=$((index + 1))
         fi
     done
@@ -421,9 +470,9 @@ run_floor() {
     eval "count=\${floor_${key}_count}"
     start=${EPOCHREALTIME/./}
     for ((index = 0; index < count; index++)); do
-        local -n batch="floor_${key}_$index"
-        LD_LIBRARY_PATH=$own_curl_lib "$own_curl" "${batch[@]}" </dev/null >/dev/null 2>>"$output" || status=$?
-        unset -n batch
+        local -n batch="floor_${key}_$index" input="floor_${key}_${index}_input"
+        LD_LIBRARY_PATH=$own_curl_lib "$own_curl" "${batch[@]}" <"$input" >/dev/null 2>>"$output" || status=$?
+        unset -n batch input
     done
     end=${EPOCHREALTIME/./}
     run_us=$((end - start))
@@ -466,35 +515,36 @@ run_once() {
     if [ -n "${given_up[$key]:-}" ]; then
         return 0
     fi
+    if [ "$contestant" = rclone ] && [ -z "$(rclone_remote "$mode")" ]; then
+        return 0
+    fi
+    local from=$contestant
+    [ "$contestant" = floor ] && from=tarnwell1
     case $workload in
         first | memory) empty_remote "$mode" ;;
-        incremental)
-            local from=$contestant
-            [ "$contestant" = floor ] && from=tarnwell
-            restore_remote "$mode" "$states/remote-$mode-$from"
-            ;;
+        incremental) restore_remote "$mode" "$states/remote-first-$mode-$from" ;;
+        deletions) restore_remote "$mode" "$states/remote-incremental-$mode-$from" ;;
     esac
-    if [ "$contestant" = tarnwell ]; then
-        case $workload in
-            first) cp "$states/conf-new-$mode" "$conf" ;;
-            incremental) cp "$states/conf-deployed-$mode" "$conf" ;;
-            memory) cp "$states/conf-new-memory" "$conf" ;;
-        esac
-    fi
+    case $contestant in
+        tarnwell | tarnwell1) cp "$(conf_state "$contestant" "$workload" "$mode")" "$conf" ;;
+    esac
     wait_for_ports
     case $contestant in
-        tarnwell) timed "$folder" "$log" "$cli" --no-input deploy --yes ;;
+        tarnwell | tarnwell1) timed "$folder" "$log" "$cli" --no-input deploy --yes ;;
         floor) run_floor "$workload$mode" "$log" ;;
         gitftp)
             git_ftp_arguments "$mode"
             local action=init
-            [ "$workload" = incremental ] && action=push
+            [ "$workload" = first ] || action=push
             timed "$folder" "$log" git ftp "$action" "${git_ftp_args[@]}"
             ;;
-        lftp)
-            lftp_command "$mode" "$folder"
+        lftp | lftp4)
+            local parallel=1
+            [ "$contestant" = lftp4 ] && parallel=4
+            lftp_command "$mode" "$folder" "$parallel"
             timed "$scratch" "$log" lftp "${lftp_args[@]}"
             ;;
+        rclone) timed "$folder" "$log" rclone sync --exclude '.git/**' "$folder" "$(rclone_remote "$mode")" ;;
     esac
     seconds=$(printf '%d.%06d' $((run_us / 1000000)) $((run_us % 1000000)))
     if [ "$run_status" -eq 124 ] || [ "$run_status" -eq 137 ]; then
@@ -507,11 +557,15 @@ run_once() {
         outcome=ok
     fi
     printf '%s\t%s\t%s\t%s\t%s\t%s\n' "$workload" "$mode" "$name" "$outcome" "$seconds" "$run_peak" >>"$results"
-    if [ "$outcome" = ok ] && [ "$workload" = first ] && [ "$contestant" != floor ]; then
-        # The contestant's deployed state, where its incremental runs start.
-        rm -rf "$states/remote-$mode-$contestant"
-        cp -a "$(remote_folder "$mode")" "$states/remote-$mode-$contestant"
-        [ "$contestant" = tarnwell ] && cp "$conf" "$states/conf-deployed-$mode"
+    if [ "$outcome" = ok ] && { [ "$workload" = first ] || [ "$workload" = incremental ]; } &&
+        [ "$contestant" != floor ]; then
+        # The contestant's deployed state, where its next workload starts.
+        rm -rf "$states/remote-$workload-$mode-$contestant"
+        cp -a "$(remote_folder "$mode")" "$states/remote-$workload-$mode-$contestant"
+        case $contestant in
+            tarnwell) cp "$conf" "$states/conf-$workload-$mode" ;;
+            tarnwell1) cp "$conf" "$states/conf-$workload-$mode-1" ;;
+        esac
     fi
     if [ "$outcome" = ok ]; then
         printf '  %-12s %-8s %-18s run %d: %7.2f s  %s\n' "$workload" "$mode" "$name" "$round" "$seconds" \
@@ -523,7 +577,7 @@ run_once() {
     fi
 }
 # Rotated each round, so that no contestant always goes first.
-contestants=(tarnwell floor gitftp lftp)
+contestants=(tarnwell tarnwell1 floor gitftp lftp lftp4 rclone)
 rotation() {
     local round=$1 i n=${#contestants[@]}
     for ((i = 0; i < n; i++)); do
@@ -535,7 +589,7 @@ say "Servers: pure-ftpd on 127.0.0.1:$ftp_port (passive ports $passive-$((passiv
 say "tarnwell-cli: $cli"
 say "own curl: $("$own_curl" --version 2>/dev/null | head -n 1 || LD_LIBRARY_PATH=$own_curl_lib "$own_curl" --version | head -n 1)"
 say "system curl (git-ftp): $(curl --version | head -n 1)"
-say "$(git ftp --version), $(lftp --version | head -n 1)"
+say "$(git ftp --version), $(lftp --version | head -n 1), $(rclone version | head -n 1)"
 say "$runs runs of each contestant per workload and mode; modes: ${mode_list[*]}"
 
 # --- first deployment ------------------------------------------------------
@@ -544,7 +598,7 @@ for mode in "${mode_list[@]}"; do
     say ""
     say "First deployment of $files files, $mode"
     empty_remote "$mode"
-    cp "$states/conf-new-$mode" "$conf"
+    cp "$states/conf-new-$mode-1" "$conf"
     record_deployment "first$mode" "$site" "$mode"
     for ((round = 1; round <= runs; round++)); do
         for contestant in $(rotation "$round"); do
@@ -552,6 +606,36 @@ for mode in "${mode_list[@]}"; do
         done
     done
 done
+
+# A workload that starts where each contestant's last one left the server:
+# the recording deployment of the floor (with one connection), then the
+# rounds.
+run_workload() {
+    local workload=$1 mode=$2 manifest=$3 previous=first contestant from
+    [ "$workload" = deletions ] && previous=incremental
+    for contestant in "${contestants[@]}"; do
+        from=$contestant
+        [ "$contestant" = floor ] && from=tarnwell1
+        if [ "$contestant" = rclone ] && [ -z "$(rclone_remote "$mode")" ]; then
+            continue
+        fi
+        if [ ! -d "$states/remote-$previous-$mode-$from" ]; then
+            printf '%s\t%s\t%s\t%s\t0\t-\n' "$workload" "$mode" "$(contestant_name "$contestant")" \
+                "no deployed state to start from" >>"$results"
+            given_up[$workload-$mode-$contestant]=1
+        fi
+    done
+    if [ -z "${given_up[$workload-$mode-tarnwell1]:-}" ]; then
+        restore_remote "$mode" "$states/remote-$previous-$mode-tarnwell1"
+        cp "$(conf_state tarnwell1 "$workload" "$mode")" "$conf"
+        record_deployment "$workload$mode" "$site" "$mode"
+    fi
+    for ((round = 1; round <= runs; round++)); do
+        for contestant in $(rotation "$round"); do
+            run_once "$workload" "$mode" "$contestant" "$round" "$site" "$manifest"
+        done
+    done
+}
 
 # --- incremental deployment ------------------------------------------------
 
@@ -573,25 +657,26 @@ expected_manifest "$site" >"$scratch/manifest-incremental"
 for mode in "${mode_list[@]}"; do
     say ""
     say "Incremental deployment of 10 changed files, $mode"
-    for contestant in "${contestants[@]}"; do
-        from=$contestant
-        [ "$contestant" = floor ] && from=tarnwell
-        if [ ! -d "$states/remote-$mode-$from" ]; then
-            printf '%s\t%s\t%s\t%s\t0\t-\n' incremental "$mode" "$(contestant_name "$contestant")" \
-                "no deployed state to start from" >>"$results"
-            given_up[incremental-$mode-$contestant]=1
-        fi
-    done
-    if [ -z "${given_up[incremental-$mode-tarnwell]:-}" ]; then
-        restore_remote "$mode" "$states/remote-$mode-tarnwell"
-        cp "$states/conf-deployed-$mode" "$conf"
-        record_deployment "incremental$mode" "$site" "$mode"
+    run_workload incremental "$mode" "$scratch/manifest-incremental"
+done
+
+# --- deletions -------------------------------------------------------------
+
+# 1,000 files deleted (every other page, as far as there are).
+doomed=()
+for ((index = 0; index < files && ${#doomed[@]} < 1000; index += 2)); do
+    if [ -f "$site/$(page "$index")" ]; then
+        doomed+=("$(page "$index")")
     fi
-    for ((round = 1; round <= runs; round++)); do
-        for contestant in $(rotation "$round"); do
-            run_once incremental "$mode" "$contestant" "$round" "$site" "$scratch/manifest-incremental"
-        done
-    done
+done
+git -C "$site" rm -q -- "${doomed[@]}"
+git_in "$site" commit -q -m "${#doomed[@]} pages deleted"
+expected_manifest "$site" >"$scratch/manifest-deletions"
+
+for mode in "${mode_list[@]}"; do
+    say ""
+    say "Deployment of 1,000 deleted files, $mode"
+    run_workload deletions "$mode" "$scratch/manifest-deletions"
 done
 
 # --- peak memory -----------------------------------------------------------
