@@ -6,6 +6,7 @@
 #include "deploy/ScriptRunner.h"
 #include "deploy/Statistics.h"
 #include "deploy/UploadingFlag.h"
+#include "git/CommitExport.h"
 #include "git/SiteManager.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/Sites.h"
@@ -248,6 +249,8 @@ bool DeployRun::prepareFiles() {
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         return vanished();
     addMandatoryFiles();
+    if (!exportCommittedContent())
+        return false;
     m_transporter->setDelegate(this);
     m_transporter->clearQueue();
     m_rowOfTransfer.clear();
@@ -279,12 +282,38 @@ bool DeployRun::prepareFiles() {
             if (uploads.contains(path))
                 continue; // listed as changed and as always uploaded: sent once
             uploads.insert(path);
-            transfer = m_transporter->uploadFile(m_localBase + QLatin1Char('/') + path, path);
+            const QString local =
+                mandatory || !m_export ? m_localBase + QLatin1Char('/') + path : m_export->pathOf(path);
+            transfer = m_transporter->uploadFile(local, path);
         }
         m_rowOfTransfer.insert(transfer.get(), row);
         ++m_summary.total;
     }
     m_transporter->setTag(kDeployTag);
+    return true;
+}
+
+// The listed files are uploaded as they are in the commit deployed, from a
+// private folder: an uncommitted edit never reaches the server under the
+// commit's name. (Always-uploaded files come from the working folder: they
+// are often built, not committed.)
+bool DeployRun::exportCommittedContent() {
+    if (m_plan.commitId.isEmpty())
+        return true; // no commit: nothing is listed from one
+    QStringList paths;
+    for (const FilePtr& row : std::as_const(m_plan.rows)) {
+        if (row->willUpload && row->gitStatus != kMandatory && row->gitStatus != u"D")
+            paths.append(row->pathWithFilename.value_or(QString()));
+    }
+    m_export = std::make_unique<CommitExport>();
+    QString error;
+    if (!m_export->write(m_plan.site->localPath.value_or(QString()), m_plan.commitId, paths, &error)) {
+        alertError(
+            Error::application(200, QStringLiteral("The files of commit %1 could not be read: %2. Nothing "
+                                                   "was sent.")
+                                        .arg(m_summary.commit, error)));
+        return false;
+    }
     return true;
 }
 

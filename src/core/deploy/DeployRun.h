@@ -23,6 +23,7 @@
 namespace tw {
 
 class CheckSumManager;
+class CommitExport;
 class ScriptRunner;
 
 // One deployment attempt, from the press of Deploy to the server's new
@@ -111,6 +112,7 @@ private:
     void deployFiles();
     void preDeployLocalScriptResult(const std::optional<Error>& error, const QString& output);
     bool prepareFiles();
+    bool exportCommittedContent();
     void addMandatoryFiles();
     void runRemotePreScript();
     void startTransfers();
@@ -133,6 +135,7 @@ private:
     std::shared_ptr<Transporter> m_transporter;
     std::unique_ptr<CheckSumManager> m_checkSumManager;
     std::unique_ptr<ScriptRunner> m_scriptRunner;
+    std::unique_ptr<CommitExport> m_export; // the deployed commit's files, while the run lasts
     ProgressView* m_progress = nullptr;
     bool m_progressClosed = true;
     DisplaySleepGuard m_displaySleepGuard;

@@ -129,7 +129,9 @@ void ViewController::setupFileList() {
     ++m_filesGeneration;
     m_listing = ListingState::NoFolder;
     m_listedCommit.reset();
+    m_listedCommitId.clear();
     m_listedCommits.clear();
+    m_lastDeployedMissing = false;
 
     auto finish = [this] {
         m_view.filesDidChange();
@@ -155,6 +157,7 @@ void ViewController::setupFileList() {
     currentSite->commits = commits ? std::make_shared<CommitList>(*commits) : nullptr;
     if (!m_listedCommits.isEmpty())
         m_listedCommit = std::make_shared<Commit>(*m_listedCommits.first());
+    m_listedCommitId = manager.headCommit().value_or(QString());
     if (folder && fileWatcherQueue)
         fileWatcherQueue->addPath(*folder + QStringLiteral("/.git/logs/HEAD"));
 
@@ -173,8 +176,14 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
     // one that was never deployed lists every committed file. An imported
     // site carries an empty commit: it was never deployed here.
     const CommitPtr& last = currentSite->lastCommitDeployed;
-    if (last && last->sha1)
-        return manager.loadFilesFromCommit(*last->sha1);
+    if (last && last->sha1 && !last->sha1->isEmpty()) {
+        if (manager.commitExists(*last->sha1))
+            return manager.loadFilesFromCommit(*last->sha1);
+        // Gone after a rebase or a forced push: nothing can be compared with
+        // it, so every file is listed for a full deployment (and the window
+        // and the command line say why).
+        m_lastDeployedMissing = true;
+    }
     return manager.getAllFiles();
 }
 
@@ -237,21 +246,12 @@ bool ViewController::checkCheckedOutBranch() {
     return false;
 }
 
+// Asked of git, which knows worktrees and packed refs: a detached HEAD has
+// no branch, and never reads as one named after git's own words for it.
 std::optional<QString> ViewController::checkOutedBranch() const {
     if (!currentSite || !currentSite->localPath)
         return std::nullopt;
-    QFile head(*currentSite->localPath + QStringLiteral("/.git/HEAD"));
-    if (!head.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    QString text = QString::fromUtf8(head.readAll());
-    text.remove(QStringLiteral("ref: refs/heads/"));
-    if (text.isEmpty())
-        return std::nullopt;
-    while (!text.isEmpty() && (text.front() == u'\n' || text.front() == u'\r'))
-        text.remove(0, 1);
-    while (!text.isEmpty() && (text.back() == u'\n' || text.back() == u'\r'))
-        text.chop(1);
-    return text;
+    return SiteManager(currentSite).currentBranch();
 }
 
 void ViewController::switchBranchBtn() {
@@ -372,6 +372,7 @@ void ViewController::prepareDeployFiles() {
             plan.rows.append(file->copy());
     }
     plan.commit = m_listedCommit ? std::make_shared<Commit>(*m_listedCommit) : nullptr;
+    plan.commitId = m_listedCommitId;
     plan.commits = m_listedCommits;
     m_runGeneration = m_filesGeneration;
     m_uncheckedMandatory.clear();

@@ -67,6 +67,9 @@ public:
     void switchBranchBtn();
     // The commit the listed files lead to (HEAD when they were listed).
     CommitPtr listedCommit() const { return m_listedCommit; }
+    // The site's last deployed commit is no longer in the repository (after
+    // a rebase or a forced push): every file is listed, for a full deployment.
+    bool lastDeployedCommitMissing() const { return m_lastDeployedMissing; }
     // The listed files that wait, unchecked, for a later deployment.
     qsizetype waitingCount() const;
 
@@ -145,7 +148,9 @@ private:
     quint64 m_filesGeneration = 0; // changes whenever files is built anew
     quint64 m_runGeneration = 0;   // the generation the run's rows were copied from
     CommitPtr m_listedCommit;
+    QString m_listedCommitId; // its full id
     CommitList m_listedCommits;
+    bool m_lastDeployedMissing = false;
     QSet<QString> m_uncheckedMandatory; // left out of the next run only
     RunSummary m_lastSummary;
     bool m_loaded = false;

@@ -5,6 +5,7 @@
 #include "app/SystemLog.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/Sites.h"
+#include "model/SyncRoot.h"
 
 #include <QFileInfo>
 
@@ -39,17 +40,11 @@ bool beginsWithAny(QStringView path, const QStringList& prefixes) {
     return false;
 }
 
-// The sync root the folder parts are tested against, or nothing when the
-// whole repository is deployed.
-std::optional<QString> activeSyncRoot(const Site& site) {
-    if (!site.syncRootPath || site.syncRootPath->isEmpty() || *site.syncRootPath == u"/")
-        return std::nullopt;
-    return site.syncRootPath;
-}
-
-bool testAgainstSyncRoot(const QString& folderPart, const QString& syncRoot) {
-    const bool inside = folderPart.startsWith(syncRoot);
-    SystemLog::write(folderPart + QStringLiteral(" -- ") + syncRoot + QStringLiteral(" -- (") +
+// A sync root is a folder: the folder part must lie in it as whole
+// folders (see SyncRoot), not merely begin with its text.
+bool testAgainstSyncRoot(const QString& folderPart, const SyncRoot& syncRoot, const QString& written) {
+    const bool inside = syncRoot.contains(folderPart);
+    SystemLog::write(folderPart + QStringLiteral(" -- ") + written + QStringLiteral(" -- (") +
                      (inside ? QLatin1Char('1') : QLatin1Char('0')) + QLatin1Char(')'));
     return inside;
 }
@@ -153,13 +148,40 @@ bool SiteManager::isRepoDirty() const {
     return dirty;
 }
 
-std::optional<QStringList> SiteManager::runCommand(const QString& command) const {
+QStringList SiteManager::uncommittedPaths() const {
+    const auto folder = resolveBookmark();
+    if (!folder)
+        return {};
+    QStringList paths = git.uncommittedPaths(*folder);
+    stopAccessingSecurityScopedResource(*folder);
+    return paths;
+}
+
+std::optional<QString> SiteManager::currentBranch() const {
     const auto folder = resolveBookmark();
     if (!folder)
         return std::nullopt;
-    auto lines = git.runCommand(command, *folder);
+    auto branch = git.currentBranch(*folder);
     stopAccessingSecurityScopedResource(*folder);
-    return lines;
+    return branch;
+}
+
+std::optional<QString> SiteManager::headCommit() const {
+    const auto folder = resolveBookmark();
+    if (!folder)
+        return std::nullopt;
+    auto id = git.headCommit(*folder);
+    stopAccessingSecurityScopedResource(*folder);
+    return id;
+}
+
+bool SiteManager::commitExists(const QString& commitId) const {
+    const auto folder = resolveBookmark();
+    if (!folder)
+        return false;
+    const bool exists = git.commitExists(*folder, commitId);
+    stopAccessingSecurityScopedResource(*folder);
+    return exists;
 }
 
 std::optional<BranchSummary> SiteManager::getBranches() const {
@@ -203,9 +225,16 @@ std::optional<FileList> SiteManager::getAllFiles() const {
     const auto folder = resolveBookmark();
     if (!folder)
         return std::nullopt;
-    const auto lines = git.getAllFileAtPath(*folder);
+    const auto paths = git.getAllFileAtPath(*folder);
     stopAccessingSecurityScopedResource(*folder);
-    return lines ? createFileObjects(*lines) : FileList();
+    if (!paths)
+        return FileList();
+    // With their letter: a bare path is cut at a tab it may hold.
+    QStringList entries;
+    entries.reserve(paths->size());
+    for (const QString& path : *paths)
+        entries.append(QStringLiteral("A\t") + path);
+    return createFileObjects(entries);
 }
 
 void SiteManager::checkoutBranch(const QString& branchName) const {
@@ -219,7 +248,7 @@ void SiteManager::checkoutBranch(const QString& branchName) const {
         stopAccessingSecurityScopedResource(*folder);
         return;
     }
-    git.runCommand(QStringLiteral("git checkout ") + branchName, *folder);
+    git.checkout(*folder, branchName);
     stopAccessingSecurityScopedResource(*folder);
 }
 
@@ -241,7 +270,8 @@ FileList SiteManager::createFileObjects(const QStringList& lines) const {
         if (prefix.isEmpty())
             return files; // every path begins with the empty text
     }
-    const std::optional<QString> syncRoot = activeSyncRoot(*site);
+    const SyncRoot syncRoot = SyncRoot::of(*site);
+    const QString syncRootText = site->syncRootPath.value_or(QString());
     files.reserve(lines.size());
 
     // Consecutive files of one folder share their folder text. Files at the
@@ -251,10 +281,10 @@ FileList SiteManager::createFileObjects(const QStringList& lines) const {
         if (line.isEmpty())
             continue;
 
+        // The path is everything after the first tab: names may hold tabs.
         const qsizetype tab = line.indexOf(QLatin1Char('\t'));
-        const qsizetype nextTab = tab < 0 ? -1 : line.indexOf(QLatin1Char('\t'), tab + 1);
         // A bare path is shared with the line, not copied.
-        QString path = tab < 0 ? line : line.mid(tab + 1, nextTab < 0 ? -1 : nextTab - tab - 1);
+        QString path = tab < 0 ? line : line.mid(tab + 1);
 
         // An ignored entry is a File record and never the path text itself, so
         // only the prefix test can match.
@@ -268,7 +298,9 @@ FileList SiteManager::createFileObjects(const QStringList& lines) const {
         // simply everything up to and including the slash.
         folder.moveTo(QStringView(path).first(slash + 1));
         QString folderPart = folder.holds(name) ? File::pathOnlyFor(path, name) : folder.text;
-        if (syncRoot && !testAgainstSyncRoot(folderPart, *syncRoot))
+        // The sync root is tested against the path's real folder: the folder
+        // part above is display text, with every occurrence of the name cut.
+        if (!syncRoot.isWholeRepository() && !testAgainstSyncRoot(folder.text, syncRoot, syncRootText))
             continue;
 
         auto file = std::make_shared<File>();
@@ -293,10 +325,10 @@ bool SiteManager::isIgnoredFile(const QString& path) const {
 bool SiteManager::isInsideSyncRoot(const QString& folderPart) const {
     if (!site)
         return true;
-    const auto syncRoot = activeSyncRoot(*site);
-    if (!syncRoot)
+    const SyncRoot syncRoot = SyncRoot::of(*site);
+    if (syncRoot.isWholeRepository())
         return true;
-    return testAgainstSyncRoot(folderPart, *syncRoot);
+    return testAgainstSyncRoot(folderPart, syncRoot, site->syncRootPath.value_or(QString()));
 }
 
 std::optional<SiteList> SiteManager::loadAllSites() const {

@@ -55,33 +55,41 @@ public:
     // Looks at localPath directly, without resolveBookmark.
     bool isGitDirectory() const;
     bool isRepoDirty() const;
-    // The command text runs unchanged in the folder (no git path is added).
-    std::optional<QStringList> runCommand(const QString& command) const;
+    // The paths with uncommitted changes (not deployed: commit them first).
+    QStringList uncommittedPaths() const;
     std::optional<BranchSummary> getBranches() const;
+    // The branch checked out, or nothing (a detached HEAD, no repository).
+    std::optional<QString> currentBranch() const;
     std::optional<CommitList> getCommits() const;
-    // Git's raw "letter<TAB>path" lines between two commits.
+    // The full id of HEAD, or nothing.
+    std::optional<QString> headCommit() const;
+    // Whether the id names a commit of the repository.
+    bool commitExists(const QString& commitId) const;
+    // The raw "letter<TAB>path" entries of what differs between two commits.
     std::optional<QStringList> loadFilesfromCommit(const QString& fromCommit, const QString& toCommit) const;
-    // The files of the staged changes since a commit (a later deployment).
+    // The files that differ between a commit and HEAD (a later deployment).
     std::optional<FileList> loadFilesFromCommit(const QString& commit) const;
-    // Every committed file that has no uncommitted change (a first deployment).
+    // Every file of HEAD as committed (a first deployment).
     std::optional<FileList> getAllFiles() const;
-    // Runs "git checkout <name>" with the git of the search path. A name git
-    // would refuse, or one holding shell metacharacters or white space, is
-    // never run: nothing happens and the system log says why.
+    // Checks out the branch with the own git. A name git would refuse, or one
+    // holding shell metacharacters or white space, is never run: nothing
+    // happens and the system log says why.
     void checkoutBranch(const QString& branchName) const;
     bool localPathExists() const;
 
-    // "letter<TAB>path" lines, or bare paths (change letter "A"), into File
-    // records in the lines' order, without ignored files and files outside
-    // the sync root. Paths stay exactly as git printed them, quotes included.
+    // "letter<TAB>path" entries, or bare paths (change letter "A"), into File
+    // records in the entries' order, without ignored files and files outside
+    // the sync root. The path is everything after the first tab, exactly as
+    // it is (names come from git unquoted).
     FileList createFileObjects(const QStringList& lines) const;
     // True when the path begins with the path of any ignored entry: css
     // ignores css2/site.css too, and an entry with an empty path ignores all.
     bool isIgnoredFile(const QString& path) const;
     // True without a sync root (absent, empty or "/"); otherwise whether the
-    // folder part begins with it. A file at the top of the repository has an
-    // empty folder part and so lies outside any sync root. Each test against
-    // a sync root writes a line to the system log.
+    // folder part lies in the sync root folder, as whole folders ("dist"
+    // admits "dist/css/", never "distribution/"). A file at the top of the
+    // repository lies outside any sync root. Each test against a sync root
+    // writes a line to the system log.
     bool isInsideSyncRoot(const QString& folderPart) const;
 
     std::optional<SiteList> loadAllSites() const;

@@ -1,5 +1,7 @@
 #include "ConnectionAddress.h"
 
+#include "model/SyncRoot.h"
+
 namespace tw {
 
 ConnectionAddress ConnectionAddress::of(const Site& site) {
@@ -21,9 +23,7 @@ ConnectionAddress ConnectionAddress::of(const Site& site) {
 }
 
 QString ConnectionAddress::withoutSyncRoot(const Site& site, const QString& text) {
-    if (!site.syncRootPath || site.syncRootPath->isEmpty())
-        return text;
-    return QString(text).remove(*site.syncRootPath);
+    return SyncRoot::of(site).remotePath(text);
 }
 
 } // namespace tw

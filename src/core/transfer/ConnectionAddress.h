@@ -18,8 +18,8 @@ struct ConnectionAddress {
     QString port;
 
     static ConnectionAddress of(const Site& site);
-    // The text with every occurrence of the site's sync root removed (plain
-    // text, all occurrences, not only a leading one).
+    // A repository path as a path below the remote folder: without the
+    // site's sync root folder at its start (see SyncRoot).
     static QString withoutSyncRoot(const Site& site, const QString& text);
 };
 

@@ -33,12 +33,10 @@ QString TransporterFTPConnection::urlPrefix() const {
     return QStringLiteral("ftp://");
 }
 
-QString TransporterFTPConnection::withoutSyncRoot(const QString& text) const {
-    return ConnectionAddress::withoutSyncRoot(*m_site, text);
-}
-
+// The transporter took the sync root off when the item was queued: taking
+// it off again would cut a folder of the same name below it.
 QString TransporterFTPConnection::remoteName(const TransporterFile& file) const {
-    return withoutSyncRoot(file.remotePath());
+    return file.remotePath();
 }
 
 QString TransporterFTPConnection::fileUrl(const TransporterFile& file) const {
@@ -126,8 +124,8 @@ QStringList TransporterFTPConnection::getArgumentForMultiFileDelete(const QList<
     for (const QString& folder : folders) {
         QStringList pieces = folder.split(QLatin1Char('/'));
         pieces.resize(std::max<qsizetype>(0, pieces.size() - 2));
-        const QString grandParent = withoutSyncRoot(pieces.join(QLatin1Char('/')));
-        arguments << QStringLiteral("-Q") << QStringLiteral("*RMD /") + m_path + withoutSyncRoot(folder)
+        const QString grandParent = pieces.join(QLatin1Char('/'));
+        arguments << QStringLiteral("-Q") << QStringLiteral("*RMD /") + m_path + folder
                   << urlPrefix() + m_host + RemoteUrl::encodePath(m_path + grandParent);
     }
     if (!m_passive)

@@ -41,7 +41,8 @@ public:
     void setPassive(bool passive) { m_passive = passive; }
     const std::optional<QString>& localBasePath() const { return m_localBasePath; }
 
-    // The item's remote path without the site's sync root (every occurrence).
+    // The item's remote path: below the remote folder (the sync root was
+    // taken off when it was queued).
     QString remoteName(const TransporterFile& file) const;
     // urlPrefix + host + path + the remote name, the path part URL-encoded.
     QString fileUrl(const TransporterFile& file) const;
@@ -51,7 +52,6 @@ protected:
     // plain FTP, curl's TLS options for FTP over TLS.
     virtual QStringList tlsOptions() const { return {}; }
     QString credentials() const { return m_username + QLatin1Char(':') + m_password; }
-    QString withoutSyncRoot(const QString& text) const;
 
 private:
     QString m_host;

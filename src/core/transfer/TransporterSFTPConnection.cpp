@@ -31,8 +31,9 @@ QString TransporterSFTPConnection::type() const {
     return QStringLiteral("sftp");
 }
 
+// The transporter took the sync root off when the item was queued.
 QString TransporterSFTPConnection::remoteName(const TransporterFile& file) const {
-    return ConnectionAddress::withoutSyncRoot(*m_site, file.remotePath());
+    return file.remotePath();
 }
 
 QString TransporterSFTPConnection::fileUrl(const TransporterFile& file) const {

@@ -42,7 +42,8 @@ public:
     const QString& port() const { return m_port; }
     const std::optional<QString>& privateSshKeyPath() const { return m_privateSshKeyPath; }
 
-    // The item's remote path without the site's sync root (every occurrence).
+    // The item's remote path: below the remote folder (the sync root was
+    // taken off when it was queued).
     QString remoteName(const TransporterFile& file) const;
     QString fileUrl(const TransporterFile& file) const;
 
@@ -57,7 +58,15 @@ public:
 private:
     QString credentials() const { return m_username + QLatin1Char(':') + m_password; }
     QStringList keyArguments() const;
-    static QString quoted(const QString& text) { return QLatin1Char('"') + text + QLatin1Char('"'); }
+    // A path for an SFTP quote command: in double quotes, with the quotes and
+    // backslashes it holds escaped as curl reads them (a name such as
+    // quote"d.html would otherwise end the path early).
+    static QString quoted(const QString& text) {
+        QString escaped = text;
+        escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
+        escaped.replace(QLatin1Char('"'), QStringLiteral("\\\""));
+        return QLatin1Char('"') + escaped + QLatin1Char('"');
+    }
 
     QString m_host;
     QString m_path;

@@ -56,6 +56,7 @@ private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
         qRegisterMetaType<DeployOutcome>();
+        qRegisterMetaType<RunSummary>();
         m_ftp = std::make_unique<test::FtpServer>();
     }
 
@@ -244,6 +245,67 @@ private slots:
         QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
         QVERIFY(!Sites().loadAll()->first()->lastCommitDeployed);
         QVERIFY(ViewController::isUploading());
+    }
+
+    // Files left unchecked wait, unchecked, until a commit changes them; a
+    // deployment that left some says how many wait. An always-uploaded entry
+    // unchecked is left out once.
+    void uncheckedFilesWait() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "a1");
+        repo.write(u"b.txt"_s, "b1");
+        repo.write(u"c.txt"_s, "c1");
+        repo.commitAll(u"one"_s);
+        repo.write(u".htaccess"_s, "deny"); // built, not committed
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->mandatoryFiles = std::make_shared<FileList>(FileList{File::initWithPath(u".htaccess"_s)});
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const auto rowOf = [&](const QString& path) -> FilePtr {
+            for (const FilePtr& file : *controller.files) {
+                if (file->pathWithFilename == path && file->gitStatus != u"-")
+                    return file;
+            }
+            return nullptr;
+        };
+        const auto rowIndex = [&](const QString& path, const QString& letter) {
+            for (qsizetype i = 0; i < controller.files->size(); ++i) {
+                if (controller.files->at(i)->pathWithFilename == path &&
+                    controller.files->at(i)->gitStatus == letter)
+                    return i;
+            }
+            return qsizetype(-1);
+        };
+        controller.updateCheckboxes(false, {rowIndex(u"b.txt"_s, u"A"_s), rowIndex(u".htaccess"_s, u"-"_s)});
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
+        QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 1);
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s}));
+
+        // Listed again, unchecked; the always-uploaded entry is checked again.
+        QVERIFY(rowOf(u"b.txt"_s) && !rowOf(u"b.txt"_s)->willUpload);
+        QVERIFY(controller.files->at(rowIndex(u".htaccess"_s, u"-"_s))->willUpload);
+        QCOMPARE(controller.waitingCount(), 1);
+        // A commit that changes another file leaves it waiting ...
+        repo.write(u"c.txt"_s, "c2");
+        repo.commitAll(u"two"_s);
+        controller.setupFileList();
+        QVERIFY(rowOf(u"c.txt"_s)->willUpload);
+        QVERIFY(!rowOf(u"b.txt"_s)->willUpload);
+        // ... and one that changes it checks it again.
+        repo.write(u"b.txt"_s, "b2");
+        repo.commitAll(u"three"_s);
+        controller.setupFileList();
+        QVERIFY(rowOf(u"b.txt"_s)->willUpload);
+        QCOMPARE(controller.waitingCount(), 0);
+        ended.clear();
+        controller.deployButton();
+        QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
+        QCOMPARE(test::readFile(www() + u"/b.txt"_s), QByteArray("b2"));
+        QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 0);
     }
 
     // A repository folder that is gone by the time the files are queued

@@ -1,17 +1,53 @@
 #include "GitRepository.h"
+#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "app/ToolPaths.h"
+#include "git/CommitExport.h"
+#include "git/SiteManager.h"
 #include "git/TWGit.h"
 
+#include <QDir>
 #include <QFile>
+#include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
 
+namespace {
+
+// Names git would quote, or cut, or read as an option, and names the shell
+// would split: each must come back as it is.
+const QStringList oddNames{u"caf\u00e9.html"_s,    u"\u65e5\u672c\u8a9e/\u7d22\u5f15.html"_s,
+                           u"with space.txt"_s,    u"quote\"d.txt"_s,
+                           u"back\\slash.txt"_s,   u"hash#percent%25.txt"_s,
+                           u"what?and&.txt"_s,     u"[brackets].txt"_s,
+                           u"-leading-dash.txt"_s, u".hidden"_s,
+                           u"tab\tin.txt"_s,       u"line\nbreak.txt"_s};
+
+// Settings people have in their ~/.gitconfig that change what git prints.
+const char hostileConfiguration[] = "[color]\n\tui = always\n"
+                                    "[column]\n\tui = always\n"
+                                    "[core]\n\tquotePath = true\n\tautocrlf = true\n"
+                                    "[diff]\n\tnoprefix = true\n\trenames = copies\n\trelative = true\n"
+                                    "[log]\n\tshowSignature = true\n\tdecorate = full\n"
+                                    "[status]\n\tshort = true\n\tbranch = true\n\tshowUntrackedFiles = no\n"
+                                    "[format]\n\tpretty = oneline\n"
+                                    "[alias]\n\tls-tree = log\n";
+
+} // namespace
+
 class TestTWGit : public QObject {
     Q_OBJECT
 
     TWGit git;
+
+    static void writeHostileConfiguration() {
+        QFile config(QDir::homePath() + u"/.gitconfig"_s);
+        QVERIFY(config.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        config.write(hostileConfiguration);
+    }
 
 private slots:
     void initTestCase() {
@@ -49,6 +85,122 @@ private slots:
         }
         QVERIFY(!QFile::exists(repo.path() + u"/pwned"_s));
         QVERIFY(TWGit::isAcceptableCommitId(u"ABCDEF12"_s));
+    }
+
+    // Whatever the person's git configuration says, and whatever the names,
+    // the answers are the same and the names real.
+    void hostileConfigurationAndOddNames() {
+        // The repository is made with git's defaults; the program then asks
+        // with the hostile configuration in place.
+        auto removeConfiguration = qScopeGuard([] { QFile::remove(QDir::homePath() + u"/.gitconfig"_s); });
+        test::GitRepository repo;
+        for (const QString& name : oddNames)
+            repo.write(name, name.toUtf8() + "\r\n");
+        repo.write(u"plain.txt"_s, "plain");
+        const QString first = repo.commitAll(u"first"_s);
+        writeHostileConfiguration();
+
+        QStringList expected = oddNames + QStringList{u"plain.txt"_s};
+        expected.sort();
+        QStringList listed = *git.getAllFileAtPath(repo.path());
+        listed.sort();
+        QCOMPARE(listed, expected);
+
+        const std::optional<BranchSummary> branches = git.getBranchesAtPath(repo.path());
+        QVERIFY(branches);
+        QCOMPARE(branches->current, u"main"_s);
+        QCOMPARE(branches->branches, QStringList{u"main"_s});
+        QCOMPARE(git.getCommitsAtPath(repo.path())->first()->sha1, first);
+        QCOMPARE(git.getCommitsAtPath(repo.path())->first()->comment, u"first"_s);
+        QVERIFY(!git.isRepoDirtyAtPath(repo.path()));
+        repo.write(u"untracked.txt"_s, "new");
+        QVERIFY(git.isRepoDirtyAtPath(repo.path())); // whatever status.showUntrackedFiles says
+        repo.remove(u"untracked.txt"_s);
+
+        repo.write(oddNames.at(0), "changed");
+        repo.remove(oddNames.at(10));
+        repo.write(u"new\ttab.txt"_s, "new");
+        QFile::remove(QDir::homePath() + u"/.gitconfig"_s);
+        repo.commitAll(u"second"_s);
+        writeHostileConfiguration();
+        QStringList changes = *git.loadFilesAtPath(repo.path(), first);
+        changes.sort();
+        QCOMPARE(changes,
+                 (QStringList{u"A\tnew\ttab.txt"_s, u"D\t"_s + oddNames.at(10), u"M\t"_s + oddNames.at(0)}));
+        const FileList files = SiteManager(std::make_shared<Site>()).createFileObjects(changes);
+        QCOMPARE(files.size(), 3);
+        QCOMPARE(files.at(0)->pathWithFilename, u"new\ttab.txt"_s);
+        QCOMPARE(files.at(0)->gitStatus, u"A"_s);
+
+        // The committed bytes, whatever core.autocrlf would make of them.
+        CommitExport exported;
+        QString error;
+        QVERIFY2(exported.write(repo.path(), first, oddNames, &error), qPrintable(error));
+        for (const QString& name : oddNames)
+            QCOMPARE(test::readFile(exported.pathOf(name)), name.toUtf8() + "\r\n");
+    }
+
+    // A detached HEAD has no branch; git's own words for it are no branch name.
+    void detachedHeadIsNoBranch() {
+        test::GitRepository repo;
+        repo.write(u"a"_s, "1");
+        repo.commitAll(u"one"_s);
+        repo.git({u"checkout"_s, u"-q"_s, u"--detach"_s});
+        QVERIFY(!git.currentBranch(repo.path()));
+        QVERIFY(!git.getBranchesAtPath(repo.path()));
+        repo.git({u"checkout"_s, u"-q"_s, u"main"_s});
+        QCOMPARE(git.currentBranch(repo.path()), u"main"_s);
+    }
+
+    // A tools folder whose path holds a blank, as a build tree under a
+    // folder with a space has.
+    void toolsFolderWithABlank() {
+        QTemporaryDir parent;
+        const QString tools = parent.path() + u"/My Tools/libexec"_s;
+        QVERIFY(QDir().mkpath(tools));
+        QVERIFY(QFile::link(TWGit::gitPath(), tools + u"/git"_s));
+        ToolPaths::setToolsDirectory(tools);
+        auto restore = qScopeGuard([] { ToolPaths::setToolsDirectory(std::nullopt); });
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"one"_s);
+        QCOMPARE(*git.getAllFileAtPath(repo.path()), QStringList{u"index.html"_s});
+        QCOMPARE(git.currentBranch(repo.path()), u"main"_s);
+    }
+
+    // Only committed content is exported; a link becomes the file it names
+    // in the commit, and never a file outside the repository.
+    void exportOfACommit() {
+        test::GitRepository repo;
+        repo.write(u"site/index.html"_s, "committed");
+        repo.write(u"site/v2/page.html"_s, "page two");
+        QVERIFY(QFile::link(u"v2/page.html"_s, repo.path() + u"/site/latest.html"_s));
+        QVERIFY(QFile::link(u"/etc/passwd"_s, repo.path() + u"/site/outside.txt"_s));
+        QVERIFY(QFile::link(u"../../outside.txt"_s, repo.path() + u"/site/up.txt"_s));
+        const QString first = repo.commitAll(u"first"_s);
+        repo.write(u"site/index.html"_s, "edited, not committed");
+        const QStringList paths{u"site/index.html"_s, u"site/latest.html"_s, u"site/outside.txt"_s,
+                                u"site/up.txt"_s};
+        CommitExport exported;
+        QString error;
+        QVERIFY2(exported.write(repo.path(), first, paths, &error), qPrintable(error));
+        QCOMPARE(test::readFile(exported.pathOf(u"site/index.html"_s)), QByteArray("committed"));
+        QCOMPARE(test::readFile(exported.pathOf(u"site/latest.html"_s)), QByteArray("page two"));
+        QCOMPARE(test::readFile(exported.pathOf(u"site/outside.txt"_s)), QByteArray("/etc/passwd"));
+        QCOMPARE(test::readFile(exported.pathOf(u"site/up.txt"_s)), QByteArray("../../outside.txt"));
+        QCOMPARE(int(QFile(exported.folder()).permissions() & (QFile::ReadOther | QFile::ReadGroup)), 0);
+
+        QVERIFY(!exported.write(repo.path(), first, {u"no/such/file"_s}, &error));
+        QVERIFY2(error.contains(u"no/such/file"_s), qPrintable(error));
+        const QString folder = exported.folder();
+        {
+            CommitExport gone;
+            QVERIFY(gone.write(repo.path(), first, {u"site/index.html"_s}, &error));
+            QVERIFY(QFile::exists(gone.pathOf(u"site/index.html"_s)));
+            QVERIFY(!QFile::exists(folder + u"x"_s));
+            const QString goneFolder = gone.folder();
+            QVERIFY(QDir(goneFolder).exists());
+        }
     }
 };
 
