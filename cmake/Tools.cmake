@@ -1,13 +1,18 @@
 # The application's own tools folder, libexec/tarnwell next to bin/: git is a
 # link to the system's git, curl is the unpacked curl 8.14 with its libcurl in
-# lib/ (the transfer engine points the library path there). Programs never
-# take git or curl from the search path.
+# lib/ (the transfer engine points the library path there), and beside it
+# libssh2 1.11, which signs with rsa-sha2 (Debian 12's 1.10 cannot, so RSA
+# keys fail against current OpenSSH). Programs never take git or curl from
+# the search path.
 set(TARNWELL_TOOLS_DIR ${CMAKE_BINARY_DIR}/libexec/tarnwell)
+set(TARNWELL_LIBSSH2_ROOT "${PROJECT_SOURCE_DIR}/.cache/libssh2/root" CACHE PATH
+    "Unpacked libssh2 1.11 that goes beside the own libcurl")
 set(_curl_bin ${TARNWELL_CURL_ROOT}/usr/bin/curl)
-file(GLOB _curl_libs ${TARNWELL_CURL_ROOT}/usr/lib/x86_64-linux-gnu/libcurl.so*)
-if (NOT EXISTS ${_curl_bin} OR NOT _curl_libs)
-    message(FATAL_ERROR "The application's own curl is missing in ${TARNWELL_CURL_ROOT}. "
-                        "Run scripts/setup.sh (make does it for you).")
+file(GLOB _curl_libs ${TARNWELL_CURL_ROOT}/usr/lib/x86_64-linux-gnu/libcurl.so*
+                     ${TARNWELL_LIBSSH2_ROOT}/usr/lib/x86_64-linux-gnu/libssh2.so*)
+if (NOT EXISTS ${_curl_bin} OR NOT _curl_libs OR NOT EXISTS ${TARNWELL_LIBSSH2_ROOT}/usr/lib/x86_64-linux-gnu)
+    message(FATAL_ERROR "The application's own curl or libssh2 is missing in ${TARNWELL_CURL_ROOT} or "
+                        "${TARNWELL_LIBSSH2_ROOT}. Run scripts/setup.sh (make does it for you).")
 endif ()
 find_program(TARNWELL_SYSTEM_GIT git PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 

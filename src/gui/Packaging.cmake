@@ -24,5 +24,6 @@ before and after a deployment, locally or on the server over SSH.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "git, libsecret-1-0, openssh-client")
 # The own curl's libcurl lives in the tools folder, not in a system path.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${TARNWELL_CURL_ROOT}/usr/lib/x86_64-linux-gnu")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${TARNWELL_CURL_ROOT}/usr/lib/x86_64-linux-gnu"
+    "${TARNWELL_LIBSSH2_ROOT}/usr/lib/x86_64-linux-gnu")
 include(CPack)

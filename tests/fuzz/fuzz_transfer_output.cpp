@@ -5,7 +5,8 @@
 //
 // Input: one byte choosing the reader (single-mode standard error, single-mode
 // standard output of a listing or a read, batch upload, batch delete), then
-// chunks, each a length byte followed by that many bytes.
+// chunks, each a length byte followed by that many bytes. A batch then ends,
+// well or not, by the input's size.
 #include "../core/transfer/TransporterProbe.h"
 #include "transfer/TransporterFTPConnection.h"
 #include "transfer/TransporterOutput.h"
@@ -69,12 +70,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             delegate.items << transporter.deleteFile(QString::number(i));
         break;
     }
+    tw::TransporterProbe::Batch batch;
     if (mode <= 2)
         tw::TransporterProbe::pool(transporter);
     else
-        tw::TransporterProbe::setBatch(transporter);
+        batch = tw::TransporterProbe::batch(transporter, mode == 3);
 
-    qsizetype counter = 0;
     size_t at = 1;
     while (at < size) {
         const size_t length = std::min<size_t>(data[at], size - at - 1);
@@ -88,11 +89,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 2:
             tw::TransporterProbe::resultChunk(transporter, delegate.items.at(chunk.size() % 2), chunk);
             break;
-        case 3:
-            tw::TransporterProbe::uploadChunk(transporter, counter, chunk);
-            break;
         default:
-            tw::TransporterProbe::deleteChunk(transporter, counter, chunk);
+            tw::TransporterProbe::batchChunk(transporter, batch, chunk);
             break;
         }
         if (const auto text = tw::TransporterOutput::decode(chunk)) {
@@ -101,5 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             tw::TransporterOutput::batchPercent(*text);
         }
     }
+    if (batch)
+        tw::TransporterProbe::batchFinished(transporter, batch, size % 3 == 0 ? 0 : 25, size % 7 == 0);
     return 0;
 }

@@ -45,7 +45,8 @@ QString scriptError(const QString& script) {
                     return where + QStringLiteral("unknown escape \\") + escape;
                 }
             }
-        } else if (command == QStringLiteral("pause") || command == QStringLiteral("exit")) {
+        } else if (command == QStringLiteral("pause") || command == QStringLiteral("exit") ||
+                   command == QStringLiteral("signal")) {
             bool isNumber = false;
             const int value = argument.toInt(&isNumber);
             if (!isNumber || value < 0)

@@ -40,6 +40,7 @@ namespace tw::test {
 //     exit N     end now with exit status N
 //     wait       block until terminated (SIGTERM ends it as a signal would
 //                end curl); ends by itself with SIGALRM after 120 s
+//     signal N   die by signal N now (9: as if killed from outside)
 //
 // The end of the script is exit status 0. TEXT takes the escapes \n \r \t
 // \0 \\ and \xHH (any byte, so invalid UTF-8 can be written); any other

@@ -220,6 +220,12 @@ int run(const std::string& script) {
             ::alarm(waitLimitSeconds);
             for (;;)
                 ::pause();
+        } else if (command == "signal") {
+            // Dies by the signal, as a curl killed from outside does.
+            const int number_ = static_cast<int>(number(argument, lineNumber));
+            ::signal(number_, SIG_DFL);
+            ::raise(number_);
+            return 99;
         } else {
             fail("line " + std::to_string(lineNumber) + ": unknown command " + command);
         }

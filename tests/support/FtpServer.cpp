@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,30 +13,10 @@ namespace {
 
 constexpr uid_t ftpUserId = 2000;
 constexpr gid_t ftpGroupId = 2000;
-// Passive data ports come from below the kernel's ephemeral range (32768 and
-// up on Linux), so they do not meet the client ends of connections.
-constexpr int passiveLowest = 20000;
-constexpr int passiveHighest = 32000;
 constexpr int passivePortCount = 50;
 
 bool giveToUser(const QString& path) {
     return ::chown(QFile::encodeName(path).constData(), ftpUserId, ftpGroupId) == 0;
-}
-
-// A range of passive ports that are all free now. Servers that start at the
-// same time rarely pick overlapping ranges, and pure-ftpd skips a port that
-// is taken anyway.
-int passiveRangeStart() {
-    int first = passiveLowest;
-    for (int attempt = 0; attempt < 20; ++attempt) {
-        first = QRandomGenerator::global()->bounded(passiveLowest, passiveHighest - passivePortCount);
-        bool allFree = true;
-        for (int port = first; port < first + passivePortCount && allFree; ++port)
-            allFree = ServerProcess::isPortFree(static_cast<quint16>(port));
-        if (allFree)
-            break;
-    }
-    return first;
 }
 
 bool writeWhole(const QString& path, const QByteArray& content, QFileDevice::Permissions permissions) {
@@ -68,10 +47,12 @@ FtpServer::FtpServer(Tls tls)
         return;
     }
     const QString folder = m_folder.path();
-    const int firstPassive = passiveRangeStart();
+    const int firstPassive = ServerProcess::freePortRange(passivePortCount);
     const QString passiveRange =
         QStringLiteral("%1:%2").arg(firstPassive).arg(firstPassive + passivePortCount - 1);
-    const QString tlsMode = m_tls == Tls::Required ? QStringLiteral("2") : QStringLiteral("1");
+    const QString tlsMode = m_tls == Tls::Required  ? QStringLiteral("2")
+                            : m_tls == Tls::Refused ? QStringLiteral("0")
+                                                    : QStringLiteral("1");
     const bool started = m_process.start(
         QStringLiteral("/usr/sbin/pure-ftpd"),
         [&](quint16 port) {

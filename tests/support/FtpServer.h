@@ -35,6 +35,7 @@ public:
     enum class Tls {
         Optional, // plain FTP and explicit TLS (AUTH TLS, curl's --ssl) on one port
         Required, // explicit TLS only: plain sessions are refused with 421
+        Refused,  // no TLS at all: AUTH TLS is refused
     };
 
     explicit FtpServer(Tls tls = Tls::Optional);

@@ -3,6 +3,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QRandomGenerator>
 #include <QThread>
 
 #include <arpa/inet.h>
@@ -248,6 +249,33 @@ std::optional<QByteArray> ServerProcess::runTool(const QString& program, const Q
 
 bool ServerProcess::isRoot() {
     return ::geteuid() == 0;
+}
+
+int ServerProcess::freePortRange(int count) {
+    constexpr int lowest = 20000;
+    constexpr int highest = 32000;
+    int first = lowest;
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        first = QRandomGenerator::global()->bounded(lowest, highest - count);
+        bool allFree = true;
+        for (int port = first; port < first + count && allFree; ++port)
+            allFree = isPortFree(static_cast<quint16>(port));
+        if (allFree)
+            break;
+    }
+    return first;
+}
+
+bool ServerProcess::hasIpv6Loopback() {
+    const int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
+    if (fd < 0)
+        return false;
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return bound;
 }
 
 bool serversRequired() {

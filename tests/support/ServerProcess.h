@@ -41,6 +41,11 @@ public:
     // A port of 127.0.0.1 that nothing listens on right now (the kernel's
     // choice). 0 when the kernel gives none.
     static quint16 freePort();
+    // The first of count consecutive ports that are all free now, below the
+    // kernel's ephemeral range (so they do not meet the client ends of
+    // connections): for a server's passive data ports. Servers that start at
+    // the same time rarely pick overlapping ranges.
+    static int freePortRange(int count);
     // Whether a listening socket could be bound to port of 127.0.0.1 now.
     static bool isPortFree(quint16 port);
     // Whether something accepts connections on port of 127.0.0.1.
@@ -50,6 +55,8 @@ public:
     static std::optional<QByteArray> runTool(const QString& program, const QStringList& arguments,
                                              QString* error);
     static bool isRoot();
+    // Whether a socket can listen on ::1 here.
+    static bool hasIpv6Loopback();
 
 private:
     std::unique_ptr<QProcess> m_process;

@@ -15,7 +15,11 @@ bool writeText(const QString& path, const QByteArray& content) {
 } // namespace
 
 SshServer::SshServer()
-    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-ssh-XXXXXX")) {
+    : SshServer(Options()) {}
+
+SshServer::SshServer(Options options)
+    : m_options(options)
+    , m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-ssh-XXXXXX")) {
     if (!ServerProcess::isRoot()) {
         m_skipReason =
             QStringLiteral("sshd lets only root log in here (no test user exists); run this test as root");
@@ -32,30 +36,48 @@ SshServer::SshServer()
     }
     const QString folder = m_folder.path();
     const QString configuration = folder + QStringLiteral("/sshd_config");
+    const bool password = m_options.passwordLogin;
     const bool started = m_process.start(
-        QStringLiteral("/usr/sbin/sshd"),
+        password ? QStringLiteral("/usr/bin/unshare") : QStringLiteral("/usr/sbin/sshd"),
         [&](quint16 port) {
-            const QByteArray text = QStringLiteral("Port %1\n"
-                                                   "ListenAddress 127.0.0.1\n"
-                                                   "HostKey %2/host_ed25519\n"
-                                                   "PidFile %2/sshd.pid\n"
-                                                   "AuthorizedKeysFile %2/authorized_keys\n"
-                                                   "PermitRootLogin prohibit-password\n"
-                                                   "PubkeyAuthentication yes\n"
-                                                   "PasswordAuthentication no\n"
-                                                   "KbdInteractiveAuthentication no\n"
-                                                   "UsePAM no\n"
-                                                   "StrictModes no\n"
-                                                   "UseDNS no\n"
-                                                   "PrintMotd no\n"
-                                                   "Subsystem sftp internal-sftp -d %3\n")
-                                        .arg(port)
-                                        .arg(folder, remoteFolder())
-                                        .toUtf8();
+            const QByteArray text =
+                QStringLiteral("Port %1\n"
+                               "ListenAddress 127.0.0.1\n"
+                               "%4"
+                               "HostKey %2/host_ed25519\n"
+                               "PidFile %2/sshd.pid\n"
+                               "AuthorizedKeysFile %2/authorized_keys\n"
+                               "PermitRootLogin %5\n"
+                               "PubkeyAuthentication yes\n"
+                               "PasswordAuthentication %6\n"
+                               "KbdInteractiveAuthentication no\n"
+                               "UsePAM no\n"
+                               "StrictModes no\n"
+                               "UseDNS no\n"
+                               "PrintMotd no\n"
+                               "Subsystem sftp internal-sftp -d %3\n")
+                    .arg(port)
+                    .arg(folder, remoteFolder(),
+                         m_options.ipv6 ? QStringLiteral("ListenAddress ::1\n") : QString(),
+                         password ? QStringLiteral("yes") : QStringLiteral("prohibit-password"),
+                         password ? QStringLiteral("yes") : QStringLiteral("no"))
+                    .toUtf8();
             writeText(configuration, text);
             // -D: stay in the foreground, -e: messages to standard error.
-            return QStringList{QStringLiteral("-D"), QStringLiteral("-e"), QStringLiteral("-f"),
-                               configuration};
+            const QStringList sshd{QStringLiteral("/usr/sbin/sshd"), QStringLiteral("-D"),
+                                   QStringLiteral("-e"), QStringLiteral("-f"), configuration};
+            if (!password)
+                return sshd.mid(1);
+            // root's password comes from a shadow file that only this sshd
+            // sees, bound over /etc/shadow in a mount namespace of its own.
+            return QStringList{QStringLiteral("-m"),
+                               QStringLiteral("--propagation"),
+                               QStringLiteral("private"),
+                               QStringLiteral("/bin/sh"),
+                               QStringLiteral("-c"),
+                               QStringLiteral("mount --bind \"$0\" /etc/shadow && exec \"$@\""),
+                               folder + QStringLiteral("/shadow")} +
+                   sshd;
         },
         logPath());
     if (!started)
@@ -109,8 +131,30 @@ bool SshServer::prepare(QString* error) {
     if (!makeKey(folder + QStringLiteral("/host_ed25519"), QString()) || !makeKey(keyPath(), QString()) ||
         !makeKey(encryptedKeyPath(), passphrase()))
         return false;
+    QStringList clientKeys{keyPath(), encryptedKeyPath()};
+    if (m_options.moreKeyTypes) {
+        for (const auto& [type, bits] : {std::pair(QStringLiteral("rsa"), QStringLiteral("3072")),
+                                         std::pair(QStringLiteral("ecdsa"), QStringLiteral("256"))}) {
+            if (!ServerProcess::runTool(keygen,
+                                        {QStringLiteral("-q"), QStringLiteral("-t"), type,
+                                         QStringLiteral("-b"), bits, QStringLiteral("-N"), QString(),
+                                         QStringLiteral("-m"), QStringLiteral("PEM"), QStringLiteral("-f"),
+                                         keyPath(type)},
+                                        error))
+                return false;
+            clientKeys.append(keyPath(type));
+        }
+    }
+    if (m_options.passwordLogin) {
+        const auto hash =
+            ServerProcess::runTool(QStringLiteral("/usr/bin/openssl"),
+                                   {QStringLiteral("passwd"), QStringLiteral("-6"), loginPassword()}, error);
+        if (!hash || !writeText(folder + QStringLiteral("/shadow"),
+                                "root:" + hash->trimmed() + ":19000:0:99999:7:::\n"))
+            return false;
+    }
     QByteArray authorizedKeys;
-    for (const QString& key : {keyPath(), encryptedKeyPath()}) {
+    for (const QString& key : std::as_const(clientKeys)) {
         QFile publicKey(key + QStringLiteral(".pub"));
         if (!publicKey.open(QIODevice::ReadOnly)) {
             *error = QStringLiteral("cannot read ") + publicKey.fileName();

@@ -29,7 +29,20 @@ namespace tw::test {
 // home, so they name remoteFolder() explicitly.
 class SshServer {
 public:
+    // What else the server offers; each costs start-up time.
+    struct Options {
+        // RSA and ECDSA client keys beside the ed25519 ones (keyPath(type)).
+        bool moreKeyTypes = false;
+        // root may log in with loginPassword(). sshd runs in a mount
+        // namespace of its own, where /etc/shadow is a file of the test's
+        // (the machine's own stays as it is).
+        bool passwordLogin = false;
+        // Listens on ::1 too.
+        bool ipv6 = false;
+    };
+
     SshServer();
+    explicit SshServer(Options options);
     ~SshServer();
     SshServer(const SshServer&) = delete;
     SshServer& operator=(const SshServer&) = delete;
@@ -49,6 +62,10 @@ public:
     // The private key encrypted with passphrase().
     QString encryptedKeyPath() const { return m_folder.path() + QStringLiteral("/client_encrypted"); }
     static QString passphrase() { return QStringLiteral("correct horse battery"); }
+    // A key of another type ("rsa", "ecdsa"; with Options::moreKeyTypes).
+    QString keyPath(const QString& type) const { return m_folder.path() + QStringLiteral("/client_") + type; }
+    // root's password (with Options::passwordLogin).
+    static QString loginPassword() { return QStringLiteral("Tw-ssh-login-7"); }
 
     // The start folder of SFTP sessions ("~" in sftp:// URLs), on disk.
     QString remoteFolder() const { return m_folder.path() + QStringLiteral("/remote"); }
@@ -66,6 +83,7 @@ public:
 private:
     bool prepare(QString* error);
 
+    Options m_options;
     QTemporaryDir m_folder;
     ServerProcess m_process;
     std::optional<QString> m_skipReason;

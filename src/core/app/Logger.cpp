@@ -2,6 +2,7 @@
 
 #include "AppInfo.h"
 #include "Preferences.h"
+#include "SecretMask.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -84,7 +85,7 @@ QString Logger::maskFtpPassword(const QString& text) {
 
 void Logger::write(const QString& text, const std::optional<QString>& prefix) {
     QMutexLocker lock(&m_mutex);
-    content = maskFtpPassword(maskCredentials(text));
+    content = SecretMask::apply(maskFtpPassword(maskCredentials(text)));
 
     const QString folder = logDirectory();
     const QByteArray folderPath = QFile::encodeName(folder);

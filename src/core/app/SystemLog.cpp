@@ -1,6 +1,7 @@
 #include "SystemLog.h"
 
 #include "AppInfo.h"
+#include "SecretMask.h"
 
 #include <QMutex>
 
@@ -25,7 +26,8 @@ State& state() {
 
 } // namespace
 
-void SystemLog::write(const QString& line) {
+void SystemLog::write(const QString& text) {
+    const QString line = SecretMask::apply(text);
     State& s = state();
     QMutexLocker lock(&s.mutex);
     if (!s.opened) {

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QMutex>
 #include <QProcess>
+#include <QTemporaryDir>
 
 namespace tw {
 
@@ -48,8 +49,22 @@ QString ToolPaths::curlPath() {
     return toolsDirectory() + QStringLiteral("/curl");
 }
 
+// An empty folder of this process's own (0700), the home curl sees: the
+// person's ~/.curlrc (and $XDG_CONFIG_HOME/.curlrc) never applies, whatever
+// it holds ("silent" there would hide every error line). "-q" as curl's
+// first argument says the same; this keeps it so for a curl that reads its
+// configuration some other way.
+static QString privateCurlHome() {
+    static QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/tarnwell-curl-home-XXXXXX"));
+    return folder.isValid() ? folder.path() : QStringLiteral("/nonexistent");
+}
+
 QProcessEnvironment ToolPaths::curlEnvironment() {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString home = privateCurlHome();
+    environment.insert(QStringLiteral("HOME"), home);
+    environment.insert(QStringLiteral("CURL_HOME"), home);
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home);
     QString libraryPath = toolsDirectory() + QStringLiteral("/lib");
     const QString existing = environment.value(QStringLiteral("LD_LIBRARY_PATH"));
     if (!existing.isEmpty())

@@ -19,7 +19,9 @@ public:
     static QString gitPath();
     static QString curlPath();
     // The environment for running the own curl: the process's environment
-    // with the tools folder's lib/ first on the library path.
+    // with the tools folder's lib/ first on the library path, and a private
+    // empty home (HOME, CURL_HOME, XDG_CONFIG_HOME) so that no .curlrc of
+    // the person's applies.
     static QProcessEnvironment curlEnvironment();
 
     // The first line of "curl --version" of the own curl, or nothing when it

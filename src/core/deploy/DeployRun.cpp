@@ -12,7 +12,6 @@
 #include "model/Sites.h"
 #include "transfer/CheckSumManager.h"
 #include "transfer/Deployer.h"
-#include "transfer/TransporterOutput.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -500,20 +499,9 @@ void DeployRun::uploadCheckSumAndCleanup() {
         m_progress->setTextLabel(QStringLiteral("Writing the deployment record\u2026"));
     commit->deployedWhen = QDateTime::currentDateTime();
     m_checkSumManager = std::make_unique<CheckSumManager>(m_transporter);
-    connect(
-        m_transporter.get(), &Transporter::becameIdle, this,
-        [this] {
-            // The record's upload is the transporter's only work now: an
-            // error it noted is the record's.
-            const QString error = m_transporter->errorString().value_or(QString());
-            if (error.isEmpty())
-                recordWritten(std::nullopt);
-            else
-                recordWritten(Error::application(200, TransporterOutput::cleanErrorText(error)));
-        },
-        Qt::SingleShotConnection);
-    const auto uploadError = m_checkSumManager->upload(*commit->sha1, *commit->deployedWhen,
-                                                       m_plan.site->deployBranch.value_or(QString()));
+    const auto uploadError = m_checkSumManager->upload(
+        *commit->sha1, *commit->deployedWhen, m_plan.site->deployBranch.value_or(QString()),
+        [this](const std::optional<Error>& error) { recordWritten(error); });
     if (uploadError)
         recordWritten(Error::application(200, describe(*uploadError)));
 }

@@ -172,8 +172,9 @@ std::optional<QString> CheckSumManager::createDeployDataFile(const QString& comm
 }
 
 std::optional<CheckSumError> CheckSumManager::upload(const QString& commit, const QDateTime& when,
-                                                     const QString& branch) {
+                                                     const QString& branch, UploadCompletion completion) {
     m_transporter->setDelegate(this);
+    m_uploadCompletion = std::move(completion);
     std::optional<CheckSumError> error;
     const std::optional<QString> path = createDeployDataFile(commit, when, branch, &error);
     if (!path) {
@@ -226,6 +227,10 @@ void CheckSumManager::didCompleteReadingFile(const TransporterFilePtr& file, con
 void CheckSumManager::didCompleteAllRequests(const QString& tag) {
     Q_UNUSED(tag);
     removeTemporaryFiles();
+    if (UploadCompletion uploaded = std::exchange(m_uploadCompletion, nullptr)) {
+        onMainThread([uploaded] { uploaded(std::nullopt); });
+        return;
+    }
     onMainThread([this] { m_timer.start(m_readTimeout); });
 }
 
@@ -249,6 +254,13 @@ void CheckSumManager::didFail(const TransporterFilePtr& file, const QString& err
 void CheckSumManager::didCompleteAllWithErrors(const QString& tag) {
     Q_UNUSED(tag);
     removeTemporaryFiles();
+    if (UploadCompletion uploaded = std::exchange(m_uploadCompletion, nullptr)) {
+        const Error error = Error::application(readErrorCode, m_lastError);
+        Logger::sharedInstance().log(QStringLiteral("Checksum Manager: the record was not written: ") +
+                                     m_lastError);
+        onMainThread([uploaded, error] { uploaded(error); });
+        return;
+    }
     if (!m_completion)
         return;
     const Error error = Error::application(readErrorCode, m_lastError);

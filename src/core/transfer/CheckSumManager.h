@@ -75,9 +75,14 @@ public:
                                                 const QString& branch,
                                                 std::optional<CheckSumError>* error = nullptr);
     // Writes the record and uploads it as ".tarnwell". Answers uploadError
-    // when the file could not be made. The outcome of the upload itself is
-    // not reported. The temporary file is removed when the upload is over.
-    std::optional<CheckSumError> upload(const QString& commit, const QDateTime& when, const QString& branch);
+    // when the file could not be made. The temporary file is removed when the
+    // upload is over. When a completion is given, it is called once the
+    // upload has ended: with nothing when the record is on the server, with
+    // an error (curl's text) when it is not. A record that was not written is
+    // never a deployment's success.
+    using UploadCompletion = std::function<void(std::optional<Error> error)>;
+    std::optional<CheckSumError> upload(const QString& commit, const QDateTime& when, const QString& branch,
+                                        UploadCompletion completion = nullptr);
     // Reads ".tarnwell" from the server. The completion is called at most
     // once per check, on the thread that delivered the result (the content,
     // the error or the time-out): with the commit, the date and the branch,
@@ -119,6 +124,7 @@ private:
     std::shared_ptr<Transporter> m_transporter;
     QString m_lastError;
     Completion m_completion;
+    UploadCompletion m_uploadCompletion;
     QTimer m_timer;
     bool m_isFinished = false;
     bool m_delivered = false; // the current check has called its completion

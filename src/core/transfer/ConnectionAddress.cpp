@@ -11,6 +11,9 @@ ConnectionAddress ConnectionAddress::of(const Site& site) {
     address.host = site.host.value_or(QString());
     if (address.host.endsWith(QLatin1Char('/')))
         address.host.chop(1);
+    // An IPv6 address stands in brackets in a URL ("[::1]:21").
+    if (address.host.contains(QLatin1Char(':')) && !address.host.startsWith(QLatin1Char('[')))
+        address.host = QLatin1Char('[') + address.host + QLatin1Char(']');
     address.path = site.remotePath.value_or(QString());
     if (!address.path.isEmpty() && !address.path.endsWith(QLatin1Char('/')))
         address.path += QLatin1Char('/');

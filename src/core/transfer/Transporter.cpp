@@ -1,17 +1,17 @@
 #include "Transporter.h"
 
-#include "app/AppInfo.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "app/SecretMask.h"
 #include "app/ToolPaths.h"
 #include "transfer/ConnectionAddress.h"
-#include "transfer/CurlOutputPipe.h"
+#include "transfer/CurlLines.h"
+#include "transfer/TransporterBatch.h"
 #include "transfer/TransporterOutput.h"
 
 #include <QProcess>
 #include <QTimer>
 
-#include <algorithm>
 #include <utility>
 
 namespace tw {
@@ -20,44 +20,20 @@ namespace {
 
 // How long a terminated curl gets to end before it is killed.
 constexpr int killDelayMilliseconds = 5000;
-// The rest between two reads of a batch run's standard error; longer once
-// the upload reader's counter has run past the batch, since from then on no
-// chunk is looked at any more (only the end of the run matters).
-constexpr std::chrono::milliseconds batchReadPace{10};
-constexpr std::chrono::milliseconds idleReadPace{100};
-// How much of a single-mode curl's standard error is kept for a last look
-// when it has ended (its error line is near the end).
-constexpr qsizetype keptErrorBytes = 4096;
 
-void keepTail(QByteArray& tail, const QByteArray& chunk) {
-    tail.append(chunk);
-    if (tail.size() <= 2 * keptErrorBytes)
-        return;
-    qsizetype cut = tail.size() - keptErrorBytes;
-    // Not inside a character: UTF-8 continuation bytes are 10xxxxxx.
-    while (cut < tail.size() && (static_cast<unsigned char>(tail.at(cut)) & 0xC0) == 0x80)
-        ++cut;
-    tail.remove(0, cut);
+// The time-outs every curl run gets, in seconds, when the preferences name
+// none (or nonsense). A server that takes the connection and then says
+// nothing ends the run instead of holding it for ever: 30 s is ample for a
+// greeting, a TLS handshake and a login over a slow line; a transfer that
+// moves no byte for 60 s has stopped (a server busy with a big file still
+// reads it).
+constexpr qint64 defaultConnectTimeout = 30;
+constexpr qint64 defaultStallTimeout = 60;
+
+qint64 seconds(const QString& key, qint64 fallback) {
+    const qint64 value = Preferences::instance().integerValue(key);
+    return value > 0 && value <= 3600 ? value : fallback;
 }
-
-// Marks the process whose signal is being handled, so that a transporter
-// destroyed from within a delegate message does not delete that process
-// under its own feet.
-class Dispatching {
-public:
-    Dispatching(QProcess*& slot, QProcess* process)
-        : m_slot(slot)
-        , m_previous(slot) {
-        m_slot = process;
-    }
-    ~Dispatching() { m_slot = m_previous; }
-    Dispatching(const Dispatching&) = delete;
-    Dispatching& operator=(const Dispatching&) = delete;
-
-private:
-    QProcess*& m_slot;
-    QProcess* m_previous;
-};
 
 } // namespace
 
@@ -90,6 +66,25 @@ bool Transporter::debugEnabled() {
 
 void Transporter::writeLog(const QString& text) {
     Logger::sharedInstance().log(text);
+}
+
+QString Transporter::masked(const QString& text) const {
+    QString result = SecretMask::apply(text);
+    for (const QString& secret : m_connection->secrets()) {
+        if (secret.size() >= SecretMask::minimumLength)
+            result.replace(secret, QStringLiteral("xxxxxx"));
+    }
+    return result;
+}
+
+QStringList Transporter::commonOptions() {
+    return {QStringLiteral("-q"),
+            QStringLiteral("--connect-timeout"),
+            QString::number(seconds(QStringLiteral("connectTimeout"), defaultConnectTimeout)),
+            QStringLiteral("--speed-limit"),
+            QStringLiteral("1"),
+            QStringLiteral("--speed-time"),
+            QString::number(seconds(QStringLiteral("stallTimeout"), defaultStallTimeout))};
 }
 
 // ---------------------------------------------------------------------------
@@ -134,8 +129,8 @@ void Transporter::putTimestamp() {
 }
 
 QStringList Transporter::cleanedArguments(const QStringList& arguments) const {
-    QStringList cleaned;
-    cleaned.reserve(arguments.size() + 2);
+    QStringList cleaned = commonOptions();
+    cleaned.reserve(arguments.size() + cleaned.size() + 2);
     for (const QString& argument : arguments)
         cleaned.append(TransporterOutput::cleanArgument(argument));
     return cleaned;
@@ -149,12 +144,22 @@ QProcess* Transporter::startProcess(const QStringList& arguments, bool readsStan
     process->setProgram(m_cURLPath);
     process->setArguments(arguments);
     process->setProcessEnvironment(m_environment);
-    process->setStandardInputFile(QProcess::nullDevice());
     // Output nobody reads goes nowhere instead of piling up in a buffer.
     if (!readsStandardOutput)
         process->setStandardOutputFile(QProcess::nullDevice());
     m_processes.insert(process);
     return process;
+}
+
+// The login reaches curl on its standard input ("-K -"), which is closed
+// then: it never stands on the command line, where every user of the
+// machine can read it.
+void Transporter::launchProcess(QProcess* process) {
+    process->start(QIODevice::ReadWrite);
+    const QByteArray config = m_connection->curlConfig();
+    if (!config.isEmpty())
+        process->write(config);
+    process->closeWriteChannel();
 }
 
 void Transporter::processEnded(QProcess* process) {
@@ -229,17 +234,14 @@ void Transporter::launch(const TransporterFilePtr& file) {
 
     // The item is held weakly: one that was let go of is simply ignored.
     const std::weak_ptr<TransporterFile> weakFile = file;
-    // The end of standard error, looked at again when curl has ended.
-    const auto errorTail = std::make_shared<QByteArray>();
-    connect(process, &QProcess::readyReadStandardError, process, [this, process, weakFile, errorTail] {
+    connect(process, &QProcess::readyReadStandardError, process, [this, process, weakFile] {
         const auto keep = weak_from_this().lock();
         const Dispatching dispatching(m_dispatching, process);
         const QByteArray chunk = process->readAllStandardError();
-        if (chunk.isEmpty())
-            return;
-        keepTail(*errorTail, chunk);
-        if (const TransporterFilePtr item = weakFile.lock())
-            captureErrorResponse(item, chunk);
+        if (!chunk.isEmpty()) {
+            if (const TransporterFilePtr item = weakFile.lock())
+                captureErrorResponse(item, chunk);
+        }
     });
     if (readsOutput) {
         connect(process, &QProcess::readyReadStandardOutput, process, [this, process, weakFile] {
@@ -252,15 +254,18 @@ void Transporter::launch(const TransporterFilePtr& file) {
                 captureResult(item, chunk);
         });
     }
-    connect(process, &QProcess::finished, process, [this, process, weakFile, errorTail] {
-        const auto keep = weak_from_this().lock();
-        const Dispatching dispatching(m_dispatching, process);
-        if (const TransporterFilePtr item = weakFile.lock()) {
-            catchMissedError(item, *errorTail);
-            singleFinished(item);
-        }
-        processEnded(process);
-    });
+    connect(process, &QProcess::finished, process,
+            [this, process, weakFile](int exitCode, QProcess::ExitStatus status) {
+                const auto keep = weak_from_this().lock();
+                const Dispatching dispatching(m_dispatching, process);
+                if (const TransporterFilePtr item = weakFile.lock()) {
+                    // A last line without its line feed is read now.
+                    if (const std::optional<QString> rest = item->m_errorLines.rest())
+                        errorLine(item, *rest);
+                    singleFinished(item, exitCode, status != QProcess::NormalExit);
+                }
+                processEnded(process);
+            });
     connect(process, &QProcess::errorOccurred, process,
             [this, process, weakFile](QProcess::ProcessError error) {
                 if (error != QProcess::FailedToStart)
@@ -271,10 +276,18 @@ void Transporter::launch(const TransporterFilePtr& file) {
                     singleFailedToStart(item, startFailureText(process));
                 processEnded(process);
             });
-    process->start(QIODevice::ReadOnly);
+    launchProcess(process);
 }
 
-void Transporter::singleFinished(const TransporterFilePtr& file) {
+void Transporter::singleFinished(const TransporterFilePtr& file, int exitCode, bool crashed) {
+    const bool inPool = m_connectionPool.contains(file);
+    // An exit status alone is no success: a curl stopped by a signal, or one
+    // that failed without saying so, fails its item.
+    if (inPool && !file->m_hasError && !m_isTerminating && (crashed || exitCode != 0) && !file->m_sawError) {
+        failSingle(file, crashed ? QStringLiteral("curl was stopped by a signal before it had done its work")
+                                 : QStringLiteral("curl ended with exit status %1").arg(exitCode));
+        return;
+    }
     switch (file->operation()) {
     case TransporterOperations::List:
         // A listing ends through its output only.
@@ -283,7 +296,7 @@ void Transporter::singleFinished(const TransporterFilePtr& file) {
         // A read ends through its output; one that printed nothing (an empty
         // file, or bytes that are not text) and reported no error is over
         // when curl is, so the run still comes to its end.
-        if (m_connectionPool.contains(file))
+        if (inPool)
             finishOff(file);
         break;
     default:
@@ -294,34 +307,6 @@ void Transporter::singleFinished(const TransporterFilePtr& file) {
     }
 }
 
-// curl 8.14 writes its error line to standard error a byte at a time, so a
-// read can end anywhere inside "curl: (78) The file does not exist" and no
-// chunk need hold the whole of it; a meter frame read together with it hides
-// it as well (a chunk with "%" is progress only). Either way the item would
-// count as done: a failed upload as a success, a missing record as a read
-// that never answers. So once curl has ended, the end of its standard error
-// is read as a whole, and an error that no chunk showed fails the item now,
-// as its chunk would have.
-void Transporter::catchMissedError(const TransporterFilePtr& file, const QByteArray& errorTail) {
-    if (file->m_hasError || m_isTerminating || !m_connectionPool.contains(file) || errorTail.isEmpty())
-        return;
-    // Text that is not UTF-8 is ignored here as in its chunks.
-    const std::optional<QString> text = TransporterOutput::decode(errorTail);
-    if (!text)
-        return;
-    const QStringList lines = text->split(QLatin1Char('\n'));
-    for (const QString& line : lines) {
-        if (!TransporterOutput::isCurlError(line) && !TransporterOutput::isAccessDenied(line))
-            continue;
-        m_errorString = line;
-        file->m_hasError = true;
-        if (m_delegate)
-            m_delegate->didFail(file, TransporterOutput::cleanErrorText(line));
-        finishOff(file);
-        return;
-    }
-}
-
 // curl could not be started at all (its file is missing or not executable):
 // the item fails as if curl had printed an error, with a text that says why,
 // so the run still ends with didCompleteAllWithErrors.
@@ -329,10 +314,14 @@ void Transporter::singleFailedToStart(const TransporterFilePtr& file, const QStr
     writeLog(QStringLiteral("Transporter: ") + reason);
     if (m_isTerminating)
         return;
-    m_errorString = reason;
+    failSingle(file, reason);
+}
+
+void Transporter::failSingle(const TransporterFilePtr& file, const QString& text) {
+    m_errorString = masked(text);
     file->m_hasError = true;
     if (m_delegate)
-        m_delegate->didFail(file, reason);
+        m_delegate->didFail(file, masked(TransporterOutput::cleanErrorText(text)));
     finishOff(file);
 }
 
@@ -366,234 +355,33 @@ void Transporter::finishOff(const TransporterFilePtr& file) {
     }
 }
 
-// ---------------------------------------------------------------------------
-// Batch mode
-
-void Transporter::runMulti() {
-    m_hasErrors = false;
-    m_isTerminating = false;
-    m_errorString = QString();
-    if (m_queue.isEmpty()) {
-        if (m_delegate)
-            m_delegate->didCompleteAllRequests(m_tag);
-        return;
-    }
-    QList<TransporterFilePtr> uploads;
-    QList<TransporterFilePtr> deletes;
-    for (const TransporterFilePtr& file : std::as_const(m_queue)) {
-        if (file->operation() == TransporterOperations::Upload)
-            uploads.append(file);
-        else if (file->operation() == TransporterOperations::Delete)
-            deletes.append(file);
-    }
-    m_queue.clear();
-
-    for (qsizetype start = 0; start < uploads.size(); start += uploadsPerBatch)
-        m_queueMulti.push_back(buildBatch(uploads.mid(start, uploadsPerBatch), true));
-    for (qsizetype start = 0; start < deletes.size(); start += deletesPerBatch)
-        m_queueMulti.push_back(buildBatch(deletes.mid(start, deletesPerBatch), false));
-    if (!m_queueMulti.empty())
-        launchBatch(m_queueMulti.front());
-}
-
-Transporter::BatchPtr Transporter::buildBatch(const QList<TransporterFilePtr>& group, bool isUpload) {
-    m_currentMultiQueue = group;
-    auto batch = std::make_shared<Batch>();
-    batch->isUpload = isUpload;
-    batch->group = group;
-    batch->arguments = cleanedArguments(isUpload ? m_connection->getArgumentForMultiFileUpload(group)
-                                                 : m_connection->getArgumentForMultiFileDelete(group));
-    batch->arguments << QStringLiteral("--user-agent") << AppInfo::userAgent();
-    if (debugEnabled())
-        writeLog(batch->arguments.join(QLatin1Char(' ')));
-    return batch;
-}
-
-void Transporter::handleBatchChunk(Batch& batch, const QByteArray& chunk) {
-    if (batch.isUpload) {
-        keepTail(batch.errorTail, chunk);
-        captureMultiUploadResponse(batch.counter, chunk);
-    } else {
-        captureMultiDeleteResponse(batch.counter, chunk);
-    }
-}
-
-// A batch upload's error line can be cut between two reads as well; once
-// curl has ended, the end of its standard error is read as a whole and an
-// error that no chunk showed aborts the run as its chunk would have.
-void Transporter::catchMissedBatchError(const Batch& batch) {
-    if (!batch.isUpload || m_isTerminating || batch.errorTail.isEmpty())
-        return;
-    const std::optional<QString> text = TransporterOutput::decode(batch.errorTail);
-    if (!text)
-        return;
-    const QStringList lines = text->split(QLatin1Char('\n'));
-    for (qsizetype i = 0; i < lines.size(); ++i) {
-        if (!TransporterOutput::isCurlError(lines.at(i)))
-            continue;
-        // The whole line is one chunk now, its line end kept as a read
-        // would have; the count has long run out.
-        const QString line = i + 1 < lines.size() ? lines.at(i) + QLatin1Char('\n') : lines.at(i);
-        qsizetype pastTheGroup = m_currentMultiQueue.size();
-        captureMultiUploadResponse(pastTheGroup, line.toUtf8());
-        return;
-    }
-}
-
-void Transporter::launchBatch(const BatchPtr& batch) {
-    QProcess* process = startProcess(batch->arguments, false);
-    batch->process = process;
-    // Standard error through a pipe read at a steady pace (see
-    // CurlOutputPipe); QProcess's own pipe when that cannot be made.
-    auto* pipe = new CurlOutputPipe(batchReadPace, process);
-    const bool paced = pipe->isValid();
-    if (paced) {
-        process->setStandardErrorFile(QProcess::nullDevice());
-        pipe->attachAsStandardError(process);
-        connect(pipe, &CurlOutputPipe::chunkRead, process,
-                [this, process, batch, pipe](const QByteArray& chunk) {
-                    const auto keep = weak_from_this().lock();
-                    const Dispatching dispatching(m_dispatching, process);
-                    handleBatchChunk(*batch, chunk);
-                    if (batch->isUpload && batch->counter >= m_currentMultiQueue.size())
-                        pipe->setPace(idleReadPace);
-                });
-    } else {
-        connect(process, &QProcess::readyReadStandardError, process, [this, process, batch] {
-            const auto keep = weak_from_this().lock();
-            const Dispatching dispatching(m_dispatching, process);
-            const QByteArray chunk = process->readAllStandardError();
-            if (!chunk.isEmpty())
-                handleBatchChunk(*batch, chunk);
-        });
-    }
-    connect(process, &QProcess::finished, process,
-            [this, process, batch, pipe, paced](int exitCode, QProcess::ExitStatus status) {
-                const auto keep = weak_from_this().lock();
-                const Dispatching dispatching(m_dispatching, process);
-                if (paced) {
-                    const QByteArray rest = pipe->readRemaining();
-                    if (!rest.isEmpty())
-                        handleBatchChunk(*batch, rest);
-                }
-                catchMissedBatchError(*batch);
-                batchFinished(batch, status != QProcess::NormalExit || exitCode != 0);
-                processEnded(process);
-            });
-    connect(process, &QProcess::errorOccurred, process, [this, process, batch](QProcess::ProcessError error) {
-        if (error != QProcess::FailedToStart)
-            return;
-        const auto keep = weak_from_this().lock();
-        const Dispatching dispatching(m_dispatching, process);
-        batchFailedToStart(batch, startFailureText(process));
-        processEnded(process);
-    });
-    process->start(QIODevice::ReadOnly);
-    pipe->closeWriteEnd();
-}
-
-void Transporter::batchFinished(const BatchPtr& batch, bool failed) {
-    if (batch->isUpload && failed)
-        writeLog(QStringLiteral("Transporter: terminationStatus = fail"));
-    const auto found = std::find(m_queueMulti.begin(), m_queueMulti.end(), batch);
-    if (found == m_queueMulti.end())
-        return; // aborted
-    m_queueMulti.erase(found);
-    if (!m_queueMulti.empty()) {
-        launchBatch(m_queueMulti.front());
-        return;
-    }
-    m_queue.clear();
-    m_currentMultiQueue.clear();
-    if (!batch->isUpload) {
-        // Failed deletes are noted on their items only: the run succeeds.
-        m_hasErrors = false;
-        if (m_delegate)
-            m_delegate->didCompleteAllRequests(m_tag);
-        return;
-    }
-    if (m_hasErrors) {
-        m_hasErrors = false;
-        if (m_delegate)
-            m_delegate->didCompleteAllWithErrors(m_tag);
-        writeLog(QStringLiteral("Transporter: didCompleteAllWithErrors. Error: ") +
-                 m_errorString.value_or(QStringLiteral("(none)")) + QStringLiteral(" Tag: ") + m_tag);
-    } else {
-        if (m_delegate)
-            m_delegate->didCompleteAllRequests(m_tag);
-        writeLog(QStringLiteral("Transporter: didCompleteAllRequests. Tag: ") + m_tag);
-    }
-}
-
-// curl could not be started: the batch fails as a curl error in a batch
-// upload does. The group's first item gets didFail with a text that says
-// why, and the run is abandoned without a completion message.
-void Transporter::batchFailedToStart(const BatchPtr& batch, const QString& reason) {
-    writeLog(QStringLiteral("Transporter: ") + reason);
-    if (m_isTerminating)
-        return;
-    if (std::find(m_queueMulti.begin(), m_queueMulti.end(), batch) == m_queueMulti.end())
-        return;
-    m_errorString = reason;
-    const TransporterFilePtr file = batch->group.value(0);
-    if (file)
-        file->m_hasError = true;
-    terminateAllTasks();
-    if (m_delegate && file)
-        m_delegate->didFail(file, reason);
-}
-
-// ---------------------------------------------------------------------------
-// Aborting
-
-void Transporter::terminateAllTasks() {
-    m_isTerminating = true;
-    m_queue.clear();
-    for (const TransporterFilePtr& file : std::as_const(m_connectionPool)) {
-        if (QProcess* process = file->task())
-            terminateProcess(process);
-    }
-    if (!m_queueMulti.empty()) {
-        terminateProcess(m_queueMulti.front()->process);
-        m_queueMulti.clear();
-    }
-    if (debugEnabled()) {
-        writeLog(QString(68, QLatin1Char('-')));
-        writeLog(QStringLiteral("Session terminated @ ") + Logger::sharedInstance().timestamp());
-        writeLog(QString(68, QLatin1Char('-')));
-    }
-}
-
-// ---------------------------------------------------------------------------
-// Reading curl's output
-
+// Progress comes as meter frames ("\r###  45.3%") without line ends: the
+// chunk's last percentage is the item's progress. Errors are looked for in
+// whole lines, whatever stands before them on the line, and in text that is
+// not UTF-8 as well (decoded with replacement characters).
 void Transporter::captureErrorResponse(const TransporterFilePtr& file, const QByteArray& chunk) {
-    const std::optional<QString> text = TransporterOutput::decode(chunk);
-    if (!text)
-        return;
-    const bool debug = debugEnabled();
-    if (debug) {
+    const QString text = QString::fromUtf8(chunk);
+    if (debugEnabled()) {
         writeLog(QStringLiteral("--- Begin captureErrorResponse. Single ---"));
-        writeLog(*text);
+        writeLog(text);
     }
-    const QString trimmed = text->trimmed();
-    if (trimmed.contains(QLatin1Char('%'))) {
-        const std::optional<double> percent = TransporterOutput::singlePercent(trimmed);
-        if (percent && m_delegate)
-            m_delegate->didCompletePercent(file, *percent);
+    if (const std::optional<double> percent = CurlLines::percentIn(text);
+        percent && m_delegate && !file->m_hasError)
+        m_delegate->didCompletePercent(file, *percent);
+    for (const QString& line : file->m_errorLines.add(chunk))
+        errorLine(file, line);
+}
+
+void Transporter::errorLine(const TransporterFilePtr& file, const QString& line) {
+    std::optional<QString> error = CurlLines::errorIn(line);
+    if (!error && TransporterOutput::isAccessDenied(line))
+        error = line;
+    if (!error)
         return;
-    }
-    if (debug)
-        Logger::sharedInstance().debugLog(trimmed);
-    if (!TransporterOutput::isCurlError(trimmed) && !TransporterOutput::isAccessDenied(trimmed))
+    file->m_sawError = true;
+    if (m_isTerminating || file->m_hasError || !m_connectionPool.contains(file))
         return;
-    if (m_isTerminating)
-        return;
-    m_errorString = *text;
-    file->m_hasError = true;
-    if (m_delegate)
-        m_delegate->didFail(file, TransporterOutput::cleanErrorText(*text));
-    finishOff(file);
+    failSingle(file, *error);
 }
 
 void Transporter::captureResult(const TransporterFilePtr& file, const QByteArray& chunk) {
@@ -621,94 +409,24 @@ void Transporter::captureResult(const TransporterFilePtr& file, const QByteArray
     finishOff(file);
 }
 
-// One chunk is taken to be about one item: the counter moves on with every
-// chunk, whatever it holds (with curl's verbose output an item gets many
-// chunks, so the counter soon runs past the batch and later chunks are not
-// looked at).
-void Transporter::captureMultiUploadResponse(qsizetype& counter, const QByteArray& chunk) {
-    const qsizetype index = counter++;
-    if (m_currentMultiQueue.isEmpty())
-        return;
-    const bool counted = index >= 0 && index < m_currentMultiQueue.size();
-    const std::optional<QString> text = TransporterOutput::decode(chunk);
-    if (!text)
-        return;
-    const bool debug = debugEnabled();
-    if (debug && counted)
-        Logger::sharedInstance().debugLog(*text);
+// ---------------------------------------------------------------------------
+// Aborting
 
-    // A curl error fails the run whatever the count says. The count assumes
-    // one chunk per file, but curl 8.14 writes its trace in dozens of reads
-    // per file, so the count runs past the group long before the end, and
-    // the error can follow a meter frame in the same read. Read by the count
-    // alone, a refused upload would end as a success and the server's record
-    // would claim files that never arrived. Past the group, the error goes to
-    // the group's last item.
-    if (TransporterOutput::isCurlError(*text)) {
-        const TransporterFilePtr file = counted ? m_currentMultiQueue.at(index) : m_currentMultiQueue.last();
-        writeLog(QStringLiteral("Transporter: ") + *text + QLatin1Char(' ') + file->remotePath());
-        if (m_isTerminating)
-            return;
-        m_errorString = *text;
-        file->m_hasError = true;
-        m_isTerminating = true;
-        terminateAllTasks();
-        if (m_delegate)
-            m_delegate->didFail(file, TransporterOutput::cleanErrorText(*text));
-        return;
+void Transporter::terminateAllTasks() {
+    m_isTerminating = true;
+    m_queue.clear();
+    for (const TransporterFilePtr& file : std::as_const(m_connectionPool)) {
+        if (QProcess* process = file->task())
+            terminateProcess(process);
     }
-    if (!counted)
-        return;
-    const TransporterFilePtr file = m_currentMultiQueue.at(index);
-    if (text->contains(QLatin1Char('%'))) {
-        const std::optional<double> percent = TransporterOutput::batchPercent(*text);
-        if (percent && m_delegate) {
-            m_delegate->didCompletePercent(file, *percent);
-            m_delegate->didComplete(file);
-        }
-        return;
-    }
-    if (TransporterOutput::isUploadConfirmation(*text)) {
-        if (debug)
-            writeLog(QStringLiteral("Transporter: curlComplete ") + *text + QLatin1Char(' ') +
-                     file->remotePath());
-        if (m_delegate)
-            m_delegate->didComplete(file);
-    }
-}
-
-// The counter moves on only with a delete that worked: failures and other
-// chunks stay with the same item.
-void Transporter::captureMultiDeleteResponse(qsizetype& counter, const QByteArray& chunk) {
-    if (counter < 0 || counter >= m_currentMultiQueue.size())
-        return;
-    const TransporterFilePtr file = m_currentMultiQueue.at(counter);
-    const std::optional<QString> text = TransporterOutput::decode(chunk);
-    if (!text)
-        return;
-    const bool debug = debugEnabled();
-    if (debug)
-        Logger::sharedInstance().debugLog(*text);
-    if (TransporterOutput::isDeleteConfirmation(*text)) {
-        ++counter;
-        if (debug)
-            writeLog(file->remotePath() + QStringLiteral(" -- ") + *text);
-        if (m_delegate)
-            m_delegate->didComplete(file);
-        return;
-    }
-    if (!TransporterOutput::isCurlError(*text) && !TransporterOutput::isDeleteRefusal(*text))
-        return;
-    if (debug)
-        writeLog(QStringLiteral("Transporter delete error: ") + *text + QLatin1Char(' ') +
-                 file->remotePath());
-    // A failed delete counts as done; the run is neither aborted nor failed.
-    if (m_delegate)
-        m_delegate->didComplete(file);
-    if (!m_isTerminating) {
-        m_errorString = QStringLiteral("Failed deleting ") + file->remotePath() +
-                        QStringLiteral(". File does not exist on server? ");
-        file->m_hasError = true;
+    m_queueMulti.clear();
+    const QList<BatchPtr> running = std::exchange(m_runningBatches, {});
+    for (const BatchPtr& batch : running)
+        terminateProcess(batch->process);
+    if (debugEnabled()) {
+        writeLog(QString(68, QLatin1Char('-')));
+        writeLog(QStringLiteral("Session terminated @ ") + Logger::sharedInstance().timestamp());
+        writeLog(QString(68, QLatin1Char('-')));
     }
 }
 

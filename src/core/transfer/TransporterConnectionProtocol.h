@@ -3,6 +3,7 @@
 #include "model/Site.h"
 #include "transfer/TransporterFile.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -25,6 +26,15 @@ public:
     virtual QStringList getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) = 0;
     // One curl run for one item; remembers localBasePath first.
     virtual QStringList getArgument(const TransporterFilePtr& file, const QString& localBasePath) = 0;
+
+    // What every run reads from its standard input as a curl configuration
+    // ("-K -" in the argument lists): the login and the key's pass phrase,
+    // which never stand on a command line, where every user of the machine
+    // can read them.
+    virtual QByteArray curlConfig() const { return {}; }
+    // The secrets of the connection (password, pass phrase), to mask in any
+    // text that leaves the engine.
+    virtual QStringList secrets() const { return {}; }
 };
 
 } // namespace tw

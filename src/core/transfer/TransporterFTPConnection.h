@@ -17,8 +17,8 @@ namespace tw {
 // URLs are "ftp://" + host + path + the remote name, where host carries the
 // port and ends with "/", path is the site's remote folder ending with "/"
 // (unless empty) and the remote name is the item's remote path with the
-// site's sync root taken out. User and password travel on curl's command
-// line as "--user" "name:password".
+// site's sync root taken out. User and password reach curl on its standard
+// input ("-K" "-", see curlConfig), never on its command line.
 class TransporterFTPConnection : public TransporterConnectionProtocol {
 public:
     TransporterFTPConnection(SitePtr site, const std::optional<QString>& password);
@@ -28,6 +28,9 @@ public:
     QStringList getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) override;
     QStringList getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) override;
     QStringList getArgument(const TransporterFilePtr& file, const QString& localBasePath) override;
+    // "user = name:password" for curl's standard input.
+    QByteArray curlConfig() const override;
+    QStringList secrets() const override;
 
     virtual QString urlPrefix() const;
 
@@ -51,7 +54,6 @@ protected:
     // Options that go at the very end of every argument list: none for
     // plain FTP, curl's TLS options for FTP over TLS.
     virtual QStringList tlsOptions() const { return {}; }
-    QString credentials() const { return m_username + QLatin1Char(':') + m_password; }
 
 private:
     QString m_host;

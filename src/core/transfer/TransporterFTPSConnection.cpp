@@ -6,8 +6,12 @@ QString TransporterFTPSConnection::type() const {
     return QStringLiteral("ftps");
 }
 
+QString TransporterFTPSConnection::urlPrefix() const {
+    return QStringLiteral("ftps://");
+}
+
 QStringList TransporterFTPSConnection::tlsOptions() const {
-    return {QStringLiteral("-k"), QStringLiteral("--ftp-ssl")};
+    return {QStringLiteral("-k"), QStringLiteral("--ssl-reqd")};
 }
 
 } // namespace tw

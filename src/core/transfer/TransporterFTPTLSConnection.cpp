@@ -7,7 +7,7 @@ QString TransporterFTPTLSConnection::type() const {
 }
 
 QStringList TransporterFTPTLSConnection::tlsOptions() const {
-    return {QStringLiteral("-k"), QStringLiteral("--ssl")};
+    return {QStringLiteral("-k"), QStringLiteral("--ssl-reqd")};
 }
 
 } // namespace tw

@@ -4,10 +4,11 @@
 
 namespace tw {
 
-// FTP over TLS for the protocol choice "FTP with TLS/SSL": plain FTP's
-// argument lists with "-k" "--ssl" at the very end of each. The URLs stay
-// "ftp://" and curl asks the server for TLS on the FTP connection; "-k"
-// accepts any certificate. Always passive.
+// The protocol choice "FTP with TLS/SSL": plain FTP's argument lists with
+// "-k" "--ssl-reqd" at the very end of each. The URLs stay "ftp://" and curl
+// asks the server for TLS on the FTP connection (AUTH TLS), and stops when
+// the server has none: the login never crosses in clear. "-k" accepts any
+// certificate. Always passive.
 class TransporterFTPTLSConnection : public TransporterFTPConnection {
 public:
     using TransporterFTPConnection::TransporterFTPConnection;

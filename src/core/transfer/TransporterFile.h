@@ -1,5 +1,6 @@
 #pragma once
 
+#include "transfer/CurlLines.h"
 #include "transfer/TransporterOperations.h"
 
 #include <QPointer>
@@ -52,6 +53,8 @@ private:
     double m_progress = 0;
     bool m_hasError = false;
     QPointer<QProcess> m_task;
+    CurlLines m_errorLines;  // a single-mode curl's standard error, as lines
+    bool m_sawError = false; // curl printed an error line for it
 };
 
 } // namespace tw

@@ -1,10 +1,13 @@
 #include "TransporterSFTPConnection.h"
 
+#include "app/SecretMask.h"
 #include "transfer/ConnectionAddress.h"
+#include "transfer/CurlConfig.h"
 #include "transfer/RemoteUrl.h"
 
 #include <QSet>
 
+#include <algorithm>
 #include <utility>
 
 namespace tw {
@@ -20,6 +23,8 @@ TransporterSFTPConnection::TransporterSFTPConnection(SitePtr site, const std::op
         m_password = *password;
     if (passphrase && !passphrase->isEmpty())
         m_passphrase = passphrase;
+    SecretMask::add(m_password);
+    SecretMask::add(m_passphrase.value_or(QString()));
     const ConnectionAddress address = ConnectionAddress::of(*m_site);
     m_host = address.host;
     m_path = address.path;
@@ -47,8 +52,17 @@ TransporterSFTPConnection::quoteTarget(const QString& remoteName) const {
         base.chop(1);
     const QStringList pieces = base.split(QLatin1Char('/'));
     const qsizetype home = pieces.indexOf(QStringLiteral("~"));
-    if (home < 0 || pieces.size() < 2)
-        return {QString(), remoteName};
+    if (home >= 0 && pieces.size() < 2)
+        return {QString(), remoteName}; // "~" alone: the login's folder itself
+    if (home < 0) {
+        // The uploads' URLs name an absolute path (sftp://host/www/x is
+        // /www/x): the commands name the same one, never a path relative to
+        // the login's folder, where a file of the same name may live.
+        QString absolute = m_path;
+        while (absolute.startsWith(QLatin1Char('/')))
+            absolute.remove(0, 1);
+        return {QString(), QLatin1Char('/') + absolute + remoteName};
+    }
     // A remote path that ends in "~" has nothing after it: the command path
     // is the remote name alone.
     QStringList command = pieces.mid(home + 1);
@@ -61,9 +75,18 @@ QStringList TransporterSFTPConnection::keyArguments() const {
     QStringList arguments;
     if (m_privateSshKeyPath && !m_privateSshKeyPath->isEmpty())
         arguments << QStringLiteral("--key") << *m_privateSshKeyPath;
-    if (m_passphrase)
-        arguments << QStringLiteral("--pass") << *m_passphrase;
     return arguments;
+}
+
+QByteArray TransporterSFTPConnection::curlConfig() const {
+    QByteArray config = CurlConfig::line("user", m_username + QLatin1Char(':') + m_password);
+    if (m_passphrase)
+        config += CurlConfig::line("pass", *m_passphrase);
+    return config;
+}
+
+QStringList TransporterSFTPConnection::secrets() const {
+    return {m_password, m_passphrase.value_or(QString())};
 }
 
 QStringList TransporterSFTPConnection::getArgument(const TransporterFilePtr& file,
@@ -73,20 +96,20 @@ QStringList TransporterSFTPConnection::getArgument(const TransporterFilePtr& fil
     switch (file->operation()) {
     case TransporterOperations::List:
         arguments = {fileUrl(*file),
-                     QStringLiteral("--user"),
-                     credentials(),
+                     QStringLiteral("-K"),
+                     QStringLiteral("-"),
                      QStringLiteral("--list-only"),
                      QStringLiteral("--progress-bar"),
                      QStringLiteral("-k")};
         break;
     case TransporterOperations::Read:
-        arguments = {fileUrl(*file), QStringLiteral("--user"), credentials(),
+        arguments = {fileUrl(*file), QStringLiteral("-K"), QStringLiteral("-"),
                      QStringLiteral("--progress-bar"), QStringLiteral("-k")};
         break;
     case TransporterOperations::Delete: {
         const QuoteTarget target = quoteTarget(remoteName(*file));
-        arguments = {QStringLiteral("--user"),
-                     credentials(),
+        arguments = {QStringLiteral("-K"),
+                     QStringLiteral("-"),
                      QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(target.urlPath),
                      QStringLiteral("-Q"),
                      QStringLiteral("rm ") + quoted(target.commandPath),
@@ -101,8 +124,8 @@ QStringList TransporterSFTPConnection::getArgument(const TransporterFilePtr& fil
         arguments = {QStringLiteral("-T"),
                      *file->filePath(),
                      fileUrl(*file),
-                     QStringLiteral("--user"),
-                     credentials(),
+                     QStringLiteral("-K"),
+                     QStringLiteral("-"),
                      QStringLiteral("--progress-bar"),
                      QStringLiteral("--ftp-create-dirs"),
                      QStringLiteral("-k"),
@@ -121,7 +144,7 @@ QStringList TransporterSFTPConnection::getArgumentForMultiFileUpload(const QList
             continue;
         arguments << QStringLiteral("-T") << *file->filePath() << fileUrl(*file);
     }
-    arguments << QStringLiteral("--user") << credentials() << QStringLiteral("--progress-bar")
+    arguments << QStringLiteral("-K") << QStringLiteral("-") << QStringLiteral("--progress-bar")
               << QStringLiteral("--ftp-create-dirs") << QStringLiteral("--globoff") << QStringLiteral("-v")
               << QStringLiteral("-k");
     return arguments + keyArguments();
@@ -137,26 +160,30 @@ QStringList TransporterSFTPConnection::getArgumentForMultiFileUpload(const QList
 // as in the other batch lists, the key arguments last.
 QStringList TransporterSFTPConnection::getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) {
     QStringList arguments;
-    QStringList folders;
-    QSet<QString> seen;
-    QString urlPath;
+    QSet<QString> folders; // below the remote folder
     for (const TransporterFilePtr& file : files) {
-        const QuoteTarget target = quoteTarget(remoteName(*file));
-        urlPath = target.urlPath;
-        arguments << QStringLiteral("-Q") << QStringLiteral("*rm ") + quoted(target.commandPath);
-        const qsizetype slash = target.commandPath.lastIndexOf(QLatin1Char('/'));
-        const QString folder = slash > 0 ? target.commandPath.left(slash) : QString();
-        if (!folder.isEmpty() && !seen.contains(folder)) {
-            seen.insert(folder);
-            folders.append(folder);
+        const QString name = remoteName(*file);
+        arguments << QStringLiteral("-Q") << QStringLiteral("*rm ") + quoted(quoteTarget(name).commandPath);
+        QStringList pieces = name.split(QLatin1Char('/'));
+        pieces.removeLast();
+        while (!pieces.isEmpty()) {
+            folders.insert(pieces.join(QLatin1Char('/')));
+            pieces.removeLast();
         }
     }
-    if (files.isEmpty())
-        urlPath = quoteTarget(QString()).urlPath;
-    for (const QString& folder : folders)
-        arguments << QStringLiteral("-Q") << QStringLiteral("*rmdir ") + quoted(folder);
-    arguments << QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(urlPath)
-              << QStringLiteral("--user") << credentials() << QStringLiteral("--globoff")
+    // The folders the deletions may have emptied, deepest first, then their
+    // parents inside the remote folder; one that still holds files stays.
+    QStringList ordered(folders.cbegin(), folders.cend());
+    std::sort(ordered.begin(), ordered.end(), [](const QString& a, const QString& b) {
+        const qsizetype depthA = a.count(QLatin1Char('/'));
+        const qsizetype depthB = b.count(QLatin1Char('/'));
+        return depthA != depthB ? depthA > depthB : a < b;
+    });
+    for (const QString& folder : std::as_const(ordered))
+        arguments << QStringLiteral("-Q")
+                  << QStringLiteral("*rmdir ") + quoted(quoteTarget(folder).commandPath);
+    arguments << QStringLiteral("sftp://") + m_host + RemoteUrl::encodePath(quoteTarget(QString()).urlPath)
+              << QStringLiteral("-K") << QStringLiteral("-") << QStringLiteral("--globoff")
               << QStringLiteral("-#") << QStringLiteral("-k") << QStringLiteral("-v");
     return arguments + keyArguments();
 }

@@ -13,15 +13,17 @@ namespace tw {
 // SFTP: the curl arguments of every transfer to an SSH server. URLs are
 // "sftp://" + host + path + the remote name (host and path normalised as for
 // FTP). A remote path that starts in "~" (such as "~/htdocs") is relative to
-// the login's home folder. Every list ends with "--key" and the site's key
-// file (when there is one) and "--pass" and the pass phrase (when there is
-// one; an empty pass phrase counts as none, since curl refuses a blank
-// argument). "-k": the server's host key is not checked.
+// the login's home folder; any other is absolute. Every list ends with
+// "--key" and the site's key file (when there is one). The login and the
+// key's pass phrase (when there is one; an empty one counts as none, since
+// curl refuses it) reach curl on its standard input ("-K" "-"), never on its
+// command line. "-k": the server's host key is not checked.
 //
 // Deletes run as SFTP quote commands ("rm", "rmdir", lower case: curl knows
-// no other) on the login's folder: the URL keeps the remote path up to its
-// "~" piece, the command path holds the rest of the remote path and the
-// remote name. A remote path without "~" takes no part in the command path.
+// no other). Below a "~" remote path they run on the login's folder: the URL
+// keeps the remote path up to its "~" piece, the command path holds the rest
+// and the remote name. Any other remote path is named whole and absolute in
+// the command, as the uploads' URLs name it.
 class TransporterSFTPConnection : public TransporterConnectionProtocol {
 public:
     TransporterSFTPConnection(SitePtr site, const std::optional<QString>& password,
@@ -32,6 +34,9 @@ public:
     QStringList getArgumentForMultiFileUpload(const QList<TransporterFilePtr>& files) override;
     QStringList getArgumentForMultiFileDelete(const QList<TransporterFilePtr>& files) override;
     QStringList getArgument(const TransporterFilePtr& file, const QString& localBasePath) override;
+    // The login and the key's pass phrase for curl's standard input.
+    QByteArray curlConfig() const override;
+    QStringList secrets() const override;
 
     const QString& host() const { return m_host; }
     const QString& path() const { return m_path; }
@@ -56,7 +61,6 @@ public:
     QuoteTarget quoteTarget(const QString& remoteName) const;
 
 private:
-    QString credentials() const { return m_username + QLatin1Char(':') + m_password; }
     QStringList keyArguments() const;
     // A path for an SFTP quote command: in double quotes, with the quotes and
     // backslashes it holds escaped as curl reads them (a name such as

@@ -50,38 +50,63 @@ private slots:
     void deployerRefusesAMissingUserName();
 };
 
-// Active mode and TLS change nothing on a server that allows both ways.
+// Active mode and TLS change nothing on a server that allows both ways; the
+// login is on no command line, only in the configuration curl reads from its
+// input.
 void TestConnections::modeAndEncryption() {
     const SitePtr site = makeSite(u"990"_s, u"www"_s);
-    auto ftp = std::make_shared<TransporterFTPConnection>(site, u"pw"_s);
-    auto ftps = std::make_shared<TransporterFTPSConnection>(site, u"pw"_s);
-    auto tls = std::make_shared<TransporterFTPTLSConnection>(site, u"pw"_s);
+    const QString password = u"p\"a\\ss:w0rd"_s;
+    auto ftp = std::make_shared<TransporterFTPConnection>(site, password);
+    auto ftps = std::make_shared<TransporterFTPSConnection>(site, password);
+    auto tls = std::make_shared<TransporterFTPTLSConnection>(site, password);
     Transporter items(ftp);
     ftp->setPassive(false);
-    QCOMPARE(ftp->getArgument(items.readFile(u"x"_s), QString()).mid(4),
+    QCOMPARE(ftp->getArgument(items.readFile(u"x"_s), QString()).last(2),
              (QStringList{u"--ftp-port"_s, u"-"_s}));
-    QCOMPARE(ftp->getArgumentForMultiFileUpload({items.uploadFile(u"/l"_s, u"a"_s)}).mid(3, 3),
-             (QStringList{u"--ftp-port"_s, u"-"_s, u"--user"_s}));
-    QCOMPARE(ftps->getArgument(items.uploadFile(u"/l"_s, u"a"_s), QString()).last(2),
-             (QStringList{u"-k"_s, u"--ftp-ssl"_s}));
+    QCOMPARE(ftp->curlConfig(), QByteArray("user = \"bob:p\\\"a\\\\ss:w0rd\"\n"));
+
+    // TLS is required, never merely asked for; the implicit variant speaks it
+    // from the first byte.
+    const QStringList implicit = ftps->getArgument(items.uploadFile(u"/l"_s, u"a"_s), QString());
+    QCOMPARE(implicit.last(2), (QStringList{u"-k"_s, u"--ssl-reqd"_s}));
+    QVERIFY(implicit.contains(u"ftps://srv1:990/www/a"_s));
     QCOMPARE(tls->getArgumentForMultiFileDelete({items.deleteFile(u"a"_s)}).last(2),
-             (QStringList{u"-k"_s, u"--ssl"_s}));
+             (QStringList{u"-k"_s, u"--ssl-reqd"_s}));
+
+    for (TransporterConnectionProtocol* connection :
+         std::initializer_list<TransporterConnectionProtocol*>{ftp.get(), ftps.get(), tls.get()}) {
+        const QList<QStringList> lists{
+            connection->getArgument(items.readFile(u"x"_s), QString()),
+            connection->getArgumentForMultiFileUpload({items.uploadFile(u"/l"_s, u"a"_s)}),
+            connection->getArgumentForMultiFileDelete(
+                {items.deleteFile(u"a"_s), items.deleteFile(u"b/c"_s)})};
+        for (const QStringList& list : lists) {
+            QVERIFY(!list.join(u' ').contains(password));
+            QVERIFY(list.join(u' ').contains(u"-K -"_s));
+        }
+    }
 }
 
+// The pass phrase travels with the login; quote commands name the files the
+// uploads wrote: below "~" relative to the login's folder, else absolute.
 void TestConnections::sftpKeysAndHomeFolder() {
     const SitePtr site = makeSite(u"22"_s, u"www"_s);
     site->sshKeyPath = u"/keys/id"_s;
     auto connection = std::make_shared<TransporterSFTPConnection>(site, u"pw"_s, u"phrase"_s);
     Transporter items(connection);
-    QCOMPARE(connection->getArgument(items.readFile(u"a"_s), QString()).last(4),
-             (QStringList{u"--key"_s, u"/keys/id"_s, u"--pass"_s, u"phrase"_s}));
-    // Quote commands take paths from the home folder: the part after "~".
+    QCOMPARE(connection->getArgument(items.readFile(u"a"_s), QString()).last(2),
+             (QStringList{u"--key"_s, u"/keys/id"_s}));
+    QCOMPARE(connection->curlConfig(), QByteArray("user = \"bob:pw\"\npass = \"phrase\"\n"));
+
     TransporterSFTPConnection rooted(makeSite(std::nullopt, u"/~/htdocs/"_s), u"pw"_s, std::nullopt);
     QCOMPARE(rooted.quoteTarget(u"css/a.css"_s).urlPath, u"/~/"_s);
     QCOMPARE(rooted.quoteTarget(u"css/a.css"_s).commandPath, u"htdocs/css/a.css"_s);
     TransporterSFTPConnection home(makeSite(u"2"_s, u"~/www"_s), u"pw"_s, std::nullopt);
-    QCOMPARE(home.quoteTarget(u"a"_s).urlPath, u"~/"_s);
     QCOMPARE(home.quoteTarget(u"a"_s).commandPath, u"www/a"_s);
+    TransporterSFTPConnection absolute(makeSite(u"2"_s, u"/srv/www"_s), u"pw"_s, std::nullopt);
+    QCOMPARE(absolute.quoteTarget(u"a"_s).commandPath, u"/srv/www/a"_s);
+    TransporterSFTPConnection relative(makeSite(u"2"_s, u"www"_s), u"pw"_s, std::nullopt);
+    QCOMPARE(relative.quoteTarget(u"a b\"c"_s).commandPath, u"/www/a b\"c"_s);
 }
 
 // The protocol text is matched exactly; anything else is plain FTP, which
