@@ -2,9 +2,11 @@
 
 #include "DeploySession.h"
 #include "SecretStoreCheck.h"
+#include "SiteFileSession.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
 #include "app/Logger.h"
+#include "keychain/TWPasswords.h"
 
 namespace tw::cli {
 
@@ -43,9 +45,12 @@ DeployCommand::DeployCommand() {
     options = answerOptions();
     options.append(QCommandLineOption({QStringLiteral("q"), QStringLiteral("quiet")},
                                       QStringLiteral("No progress on standard error.")));
+    options.append(SiteFileSession::options());
 }
 
 std::optional<QString> DeployCommand::secretStoreProblem(Site& site) {
+    if (TWPasswords::hasSessionSecrets(site.siteId()))
+        return std::nullopt; // a site file's: its secrets come from the environment
     const bool keyAlone = site.protocol == u"SFTP" && site.sshKeyPath && !site.sshKeyPath->isEmpty();
     const auto problem = SecretStoreCheck::problem(site.siteId());
     if (!problem)
@@ -74,6 +79,9 @@ int DeployCommand::run(const QCommandLineParser& parser) {
     Terminal& terminal = Terminal::instance();
     if (parser.isSet(QStringLiteral("force")) && parser.isSet(QStringLiteral("use-server-commit")))
         return usageError(QStringLiteral("--force and --use-server-commit contradict each other."));
+    SiteFileSession siteFile;
+    if (const auto code = siteFile.prepare(parser, SiteFileSession::ServerRecordUse::LastDeployedCommit))
+        return *code;
     const auto index = SiteSelection::resolve(parser.positionalArguments().value(0));
     if (!index)
         return toInt(ExitCode::SetupError);
@@ -92,7 +100,13 @@ int DeployCommand::run(const QCommandLineParser& parser) {
             QStringLiteral("Cannot deploy site %1: %2").arg(SiteSelection::describe(*index, site), *problem));
 
     const DeploySession::Counts counts = session.counts();
-    if (counts.uploads + counts.deletions + counts.alwaysUploaded > 0) {
+    if (siteFile.isActive() && !site->lastCommitDeployed) {
+        // What goes depends on the server's record, read when the run starts.
+        terminal.errLine(QStringLiteral("Deploying site %1 (branch %2) to %3: what changed since the commit "
+                                        "the server's record names (every file when there is no record).")
+                             .arg(SiteSelection::describe(*index, site),
+                                  site->deployBranch.value_or(QString()), destination(*site)));
+    } else if (counts.uploads + counts.deletions + counts.alwaysUploaded > 0) {
         QString what =
             plural(counts.uploads, QStringLiteral("file to upload"), QStringLiteral("files to upload")) +
             QStringLiteral(", ") +
@@ -116,11 +130,11 @@ int DeployCommand::run(const QCommandLineParser& parser) {
     case DeployOutcome::Deployed: {
         terminal.outLine(
             QStringLiteral("Deployed site %1: commit %2 of branch %3 to %4 (%5, %6).")
-                .arg(
-                    SiteSelection::describe(*index, site), result.summary.commit,
-                    site->deployBranch.value_or(QString()), destination(*site),
-                    plural(counts.uploads, QStringLiteral("file uploaded"), QStringLiteral("files uploaded")),
-                    plural(counts.deletions, QStringLiteral("deleted"), QStringLiteral("deleted"))));
+                .arg(SiteSelection::describe(*index, site), result.summary.commit,
+                     site->deployBranch.value_or(QString()), destination(*site),
+                     plural(result.summary.uploads, QStringLiteral("file uploaded"),
+                            QStringLiteral("files uploaded")),
+                     plural(result.summary.deletions, QStringLiteral("deleted"), QStringLiteral("deleted"))));
         if (result.summary.waiting > 0)
             terminal.outLine(
                 plural(result.summary.waiting, QStringLiteral("file waits"), QStringLiteral("files wait")) +

@@ -1,6 +1,7 @@
 #include "StatusCommand.h"
 
 #include "DeploySession.h"
+#include "SiteFileSession.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
 #include "model/ArchiveValues.h"
@@ -31,10 +32,14 @@ StatusCommand::StatusCommand() {
         "null), deployBranch, checkedOutBranch, lastDeployedCommit, files (an array of objects with path and "
         "change) and alwaysUploaded (the paths uploaded with every deployment).");
     options = {QCommandLineOption(QStringLiteral("json"), QStringLiteral("Print JSON for scripts."))};
+    options.append(SiteFileSession::options());
 }
 
 int StatusCommand::run(const QCommandLineParser& parser) {
     Terminal& terminal = Terminal::instance();
+    SiteFileSession siteFile;
+    if (const auto code = siteFile.prepare(parser, SiteFileSession::ServerRecordUse::LastDeployedCommit))
+        return *code;
     const auto index = SiteSelection::resolve(parser.positionalArguments().value(0));
     if (!index)
         return toInt(ExitCode::SetupError);

@@ -2,6 +2,7 @@
 
 #include "DeployCommand.h"
 #include "InterruptWatcher.h"
+#include "SiteFileSession.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
 #include "transfer/Deployer.h"
@@ -33,10 +34,14 @@ TestCommand::TestCommand() {
         QStringLiteral("The file stays on the server. Exit code 0 when the upload worked, 8 with the "
                        "server's answer when it did not, 7 when the site cannot be tried (no user name, "
                        "no secret store).");
+    options = SiteFileSession::options();
 }
 
 int TestCommand::run(const QCommandLineParser& parser) {
     Terminal& terminal = Terminal::instance();
+    SiteFileSession siteFile;
+    if (const auto code = siteFile.prepare(parser))
+        return *code;
     const auto index = SiteSelection::resolve(parser.positionalArguments().value(0));
     if (!index)
         return toInt(ExitCode::SetupError);

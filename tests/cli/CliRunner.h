@@ -30,6 +30,7 @@ public:
     // For starting the program in the background with the same settings.
     QString program() const;
     QProcessEnvironment environment() const { return m_environment; }
+    void setEnvironment(const QProcessEnvironment& environment) { m_environment = environment; }
 
     CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
     // Standard output of a --json command.

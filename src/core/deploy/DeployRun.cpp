@@ -258,6 +258,8 @@ bool DeployRun::prepareFiles() {
     m_totalFiles = static_cast<quint64>(rows.size());
     m_remainingFiles = m_totalFiles;
     m_summary.total = 0;
+    m_summary.uploads = 0;
+    m_summary.deletions = 0;
     m_summary.waiting = 0;
     QSet<QString> uploads;
     for (qsizetype row = 0; row < rows.size(); ++row) {
@@ -274,6 +276,7 @@ bool DeployRun::prepareFiles() {
         TransporterFilePtr transfer;
         if (file->gitStatus == u"D") {
             transfer = m_transporter->deleteFile(path);
+            ++m_summary.deletions;
         } else {
             // An always-uploaded folder is sent as the files found in it.
             if (mandatory && file->isDirectory(m_localBase))
@@ -284,6 +287,7 @@ bool DeployRun::prepareFiles() {
             const QString local =
                 mandatory || !m_export ? m_localBase + QLatin1Char('/') + path : m_export->pathOf(path);
             transfer = m_transporter->uploadFile(local, path);
+            ++m_summary.uploads;
         }
         m_rowOfTransfer.insert(transfer.get(), row);
         ++m_summary.total;

@@ -10,9 +10,11 @@ namespace tw {
 // reached the server, how many the person left out, and whether the server's
 // record names the deployed commit now.
 struct RunSummary {
-    qsizetype total = 0;   // uploads and deletions the run was to make
-    qsizetype done = 0;    // of those, the ones curl reported as done
-    qsizetype waiting = 0; // listed files left unchecked: they wait for a later deployment
+    qsizetype total = 0;     // uploads and deletions the run was to make
+    qsizetype done = 0;      // of those, the ones curl reported as done
+    qsizetype waiting = 0;   // listed files left unchecked: they wait for a later deployment
+    qsizetype uploads = 0;   // of total, the uploads
+    qsizetype deletions = 0; // of total, the deletions
     bool recordWritten = false;
     QString commit;           // the commit deployed (as the record names it)
     QStringList waitingFiles; // the paths of the waiting files, once the record is written

@@ -15,6 +15,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <algorithm>
+
 namespace tw {
 
 namespace {
@@ -74,6 +76,9 @@ void ViewController::viewDidLoad() {
     fileWatcherQueue = std::make_unique<tw::VDKQueue>();
     fileWatcherQueue->setDelegate(this);
     fileWatcherQueue->setAlwaysPostNotifications(true);
+    m_headSettle.setSingleShot(true);
+    m_headSettle.setInterval(200);
+    connect(&m_headSettle, &QTimer::timeout, this, &ViewController::headMoved, Qt::UniqueConnection);
 
     currentSite = loadCurrentSite();
     m_view.siteDidChange();
@@ -518,6 +523,27 @@ void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationNa
     queue->removePath(path);
     queue->addPath(path);
     queue->setDelegate(this);
+    // git appends to HEAD's reflog before it moves the branch, and one commit
+    // writes it more than once: wait until the writes have settled and no
+    // ref is locked, so the listing sees the new commit.
+    m_headSettle.start();
+}
+
+bool ViewController::gitIsUpdatingRefs() const {
+    if (!currentSite || !currentSite->localPath)
+        return false;
+    const QString git = *currentSite->localPath + QStringLiteral("/.git/");
+    QStringList locks = {git + QStringLiteral("HEAD.lock"), git + QStringLiteral("index.lock")};
+    if (const auto branch = checkOutedBranch())
+        locks.append(git + QStringLiteral("refs/heads/") + *branch + QStringLiteral(".lock"));
+    return std::any_of(locks.cbegin(), locks.cend(), [](const QString& lock) { return QFile::exists(lock); });
+}
+
+void ViewController::headMoved() {
+    if (gitIsUpdatingRefs()) {
+        m_headSettle.start();
+        return;
+    }
     if (m_run) {
         // Not dropped: once the run is over (its record written), the files
         // are listed again and an automatic deployment is tried then.

@@ -15,6 +15,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QSet>
+#include <QTimer>
 
 #include <memory>
 #include <optional>
@@ -140,6 +141,8 @@ private:
     void runEnded(DeployOutcome outcome, const QString& message);
     void rowStatusChanged(qsizetype row);
     void showNotification(const RunSummary& summary);
+    void headMoved();
+    bool gitIsUpdatingRefs() const;
 
     DeployView& m_view;
     std::unique_ptr<UserNotifier> m_notifier;
@@ -156,6 +159,7 @@ private:
     bool m_loaded = false;
     ListingState m_listing = ListingState::None;
     bool m_autoDeployWaiting = false; // HEAD moved while a run was under way
+    QTimer m_headSettle;              // HEAD's reflog changed; git may not be done
     DeployReadiness m_readiness = DeployReadiness::NoSite;
 };
 

@@ -80,6 +80,39 @@ private slots:
         QVERIFY(page.open(QIODevice::ReadOnly));
         QCOMPARE(page.readAll(), QByteArray("two"));
     }
+
+    // git writes HEAD's reflog before it moves the branch: a deployment
+    // started on the reflog's change alone would deploy the old commit again
+    // and miss the new one. Nothing starts while the branch is locked.
+    void reflogBeforeTheBranchMovesWaitsForTheBranch() {
+        const int before = static_cast<int>(m_ended->count());
+        m_repo->write(u"index.html"_s, "three");
+        m_repo->git({u"add"_s, u"-A"_s});
+        const QString tree = m_repo->git({u"write-tree"_s}).trimmed();
+        const QString old = m_repo->git({u"rev-parse"_s, u"HEAD"_s}).trimmed();
+        const QString commit =
+            m_repo->git({u"commit-tree"_s, tree, u"-p"_s, old, u"-m"_s, u"third"_s}).trimmed();
+        const QString ref = m_repo->path() + u"/.git/refs/heads/main"_s;
+        QFile lock(ref + u".lock"_s);
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.write(commit.toUtf8() + '\n');
+        lock.close();
+        QFile reflog(m_repo->path() + u"/.git/logs/HEAD"_s);
+        QVERIFY(reflog.open(QIODevice::Append));
+        reflog.write(
+            QString(old + u' ' + commit + u" T <t@example.com> 1 +0000\tcommit: third\n"_s).toUtf8());
+        reflog.close();
+
+        QTest::qWait(1500);
+        QCOMPARE(m_ended->count(), before);
+        QVERIFY(!m_controller->isDeploying());
+
+        QVERIFY(QFile::remove(ref));
+        QVERIFY(QFile::rename(ref + u".lock"_s, ref));
+        QVERIFY(waitForDeployment(before + 1));
+        QTRY_VERIFY2(record().startsWith(commit.left(7) + u","_s), qPrintable(record()));
+        QCOMPARE(m_ended->count(), before + 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestAutoDeploy)

@@ -1,0 +1,254 @@
+#include "CliRunner.h"
+#include "FtpServer.h"
+#include "GitRepository.h"
+#include "Inspection.h"
+#include "ServerProcess.h"
+#include "SshServer.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTest>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kPassword = u"Ci-Secret-Never-Shown-47"_s;
+
+// Command lines of every process on the machine that holds the text.
+QStringList commandLinesWith(const QByteArray& text) {
+    QStringList found;
+    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QByteArray command = test::readFile(u"/proc/"_s + pid + u"/cmdline"_s);
+        if (command.contains(text))
+            found.append(QString::fromUtf8(command.replace('\0', ' ')));
+    }
+    return found;
+}
+
+// Files under the folder whose content holds the text.
+QStringList filesWith(const QString& folder, const QByteArray& text) {
+    QStringList found;
+    QDirIterator files(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = files.next();
+        if (test::readFile(path).contains(text))
+            found.append(path);
+    }
+    return found;
+}
+
+} // namespace
+
+// A CI job's deployment: a site file in the repository, the secrets in
+// environment variables, no D-Bus session and no secret store at all.
+class TestCliCi : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<test::FtpServer> m_ftp;
+
+    // A runner with no session bus to reach and its own temporary folder.
+    static void withoutDesktop(test::CliRunner& cli) {
+        QProcessEnvironment environment = cli.environment();
+        environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
+        const QString temp = cli.folder() + u"/tmp"_s;
+        QDir().mkpath(temp);
+        environment.insert(u"TMPDIR"_s, temp);
+        cli.setEnvironment(environment);
+    }
+
+    static void writeSiteFile(const test::GitRepository& repo, QJsonObject site) {
+        site.insert(u"name"_s, u"CI site"_s);
+        site.insert(u"localPath"_s, u"."_s);
+        site.insert(u"deployBranch"_s, u"main"_s);
+        site.insert(u"ignoredFiles"_s,
+                    QJsonArray{QString::fromUtf8(
+                        QJsonDocument(QJsonObject{{u"pathWithFilename"_s, u"tarnwell-site.json"_s}})
+                            .toJson(QJsonDocument::Compact))});
+        repo.write(u"tarnwell-site.json"_s, QJsonDocument(site).toJson());
+    }
+
+    static void writePages(const test::GitRepository& repo, int count) {
+        for (int i = 0; i < count; ++i)
+            repo.write(u"pages/%1/page%2.html"_s.arg(i % 10).arg(i), "page " + QByteArray::number(i));
+        repo.write(u"café.html"_s, "café");
+    }
+
+    // Runs the deployment in the background, sampling every process's
+    // command line for the password while it runs.
+    static test::CliResult deploySampling(const test::CliRunner& cli, const QStringList& arguments,
+                                          QStringList* leaks) {
+        QProcess deploy;
+        deploy.setProcessEnvironment(cli.environment());
+        deploy.start(cli.program(), arguments);
+        while (!deploy.waitForFinished(5))
+            leaks->append(commandLinesWith(kPassword.toUtf8()));
+        test::CliResult result;
+        result.exitCode = deploy.exitStatus() == QProcess::NormalExit ? deploy.exitCode() : -1;
+        result.out = QString::fromUtf8(deploy.readAllStandardOutput());
+        result.err = QString::fromUtf8(deploy.readAllStandardError());
+        return result;
+    }
+
+    // Nothing of the run is left in the temporary folder (the key file
+    // included).
+    static bool temporaryFolderIsEmpty(const test::CliRunner& cli) {
+        return QDir(cli.folder() + u"/tmp"_s)
+            .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)
+            .isEmpty();
+    }
+
+private slots:
+    void initTestCase() {
+        test::TestEnvironment::isolate();
+        m_ftp = std::make_unique<test::FtpServer>();
+    }
+
+    // First and incremental deployment over FTP with the password from the
+    // environment; the password is in no file, output or command line.
+    void ftpFromASiteFile() {
+        TW_REQUIRE_SERVER(*m_ftp);
+        test::CliRunner cli;
+        withoutDesktop(cli);
+        QProcessEnvironment environment = cli.environment();
+        environment.insert(u"CI_FTP_PASSWORD"_s, test::FtpServer::password());
+        cli.setEnvironment(environment);
+        test::GitRepository repo;
+        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                             {u"host"_s, test::FtpServer::host()},
+                             {u"port"_s, QString::number(m_ftp->port())},
+                             {u"username"_s, test::FtpServer::userName()},
+                             {u"remotePath"_s, u"ci/"_s}});
+        writePages(repo, 300);
+        const QString first = repo.commitAll(u"first"_s);
+        const QString www = m_ftp->homeFolder() + u"/ci"_s;
+        const QStringList deploy = {u"--no-input"_s,     u"deploy"_s,
+                                    u"--site-file"_s,    repo.path() + u"/tarnwell-site.json"_s,
+                                    u"--password-env"_s, u"CI_FTP_PASSWORD"_s,
+                                    u"--quiet"_s};
+
+        test::CliResult status =
+            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s});
+        QVERIFY2(status.exitCode == 0, status.describe().constData());
+        QVERIFY2(status.out.contains(u"café.html"_s), status.describe().constData());
+
+        QStringList leaks;
+        test::CliResult result = deploySampling(cli, deploy, &leaks);
+        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café"));
+        QCOMPARE(test::readFile(www + u"/pages/9/page299.html"_s), QByteArray("page 299"));
+        QVERIFY(!QFile::exists(www + u"/tarnwell-site.json"_s));
+        QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(first.toUtf8() + ',')));
+
+        // The next job knows nothing but the server's record: only what
+        // changed goes.
+        repo.write(u"café.html"_s, "café 2");
+        repo.remove(u"pages/0/page0.html"_s);
+        const QString second = repo.commitAll(u"second"_s);
+        QVERIFY(QFile::remove(www + u"/pages/9/page299.html"_s)); // not re-sent: proves incremental
+        result = deploySampling(cli, deploy, &leaks);
+        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        QVERIFY2(result.out.contains(u"1 file uploaded, 1 deleted"_s), result.describe().constData());
+        QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café 2"));
+        QVERIFY(!QFile::exists(www + u"/pages/0/page0.html"_s));
+        QVERIFY(!QFile::exists(www + u"/pages/9/page299.html"_s));
+        QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(second.toUtf8() + ',')));
+
+        QVERIFY2(leaks.isEmpty(), qPrintable(leaks.join(u'\n')));
+        QVERIFY(!result.out.contains(kPassword) && !result.err.contains(kPassword));
+        QCOMPARE(filesWith(cli.folder(), test::FtpServer::password().toUtf8()), QStringList());
+        QVERIFY(temporaryFolderIsEmpty(cli));
+        // Nothing was stored for the person: no site list in the config home.
+        QCOMPARE(filesWith(cli.folder() + u"/config"_s, "CI site"), QStringList());
+    }
+
+    // SFTP with the private key given as text and its pass phrase, both from
+    // the environment; the key file goes when the command ends.
+    void sftpWithAKeyFromTheEnvironment() {
+        test::SshServer ssh;
+        TW_REQUIRE_SERVER(ssh);
+        test::CliRunner cli;
+        withoutDesktop(cli);
+        QProcessEnvironment environment = cli.environment();
+        environment.insert(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.encryptedKeyPath())).trimmed());
+        environment.insert(u"CI_PHRASE"_s, test::SshServer::passphrase());
+        cli.setEnvironment(environment);
+        test::GitRepository repo;
+        writeSiteFile(repo, {{u"protocol"_s, u"SFTP"_s},
+                             {u"host"_s, test::SshServer::host()},
+                             {u"port"_s, QString::number(ssh.port())},
+                             {u"username"_s, test::SshServer::userName()},
+                             {u"remotePath"_s, QString(ssh.remoteFolder() + u"/site/"_s)}});
+        writePages(repo, 20);
+        repo.commitAll(u"first"_s);
+        const QStringList deploy = {
+            u"--no-input"_s, u"deploy"_s, u"--site-file"_s,      repo.path() + u"/tarnwell-site.json"_s,
+            u"--key-env"_s,  u"CI_KEY"_s, u"--passphrase-env"_s, u"CI_PHRASE"_s};
+        test::CliResult result = cli.run(deploy);
+        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/café.html"_s), QByteArray("café"));
+
+        repo.write(u"pages/1/page1.html"_s, "changed");
+        const QString second = repo.commitAll(u"second"_s);
+        result = cli.run(deploy);
+        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/pages/1/page1.html"_s), QByteArray("changed"));
+        QVERIFY(test::readFile(ssh.remoteFolder() + u"/site/.tarnwell"_s)
+                    .startsWith(QByteArray(second.toUtf8() + ',')));
+        QVERIFY(!result.err.contains(test::SshServer::passphrase()));
+        QVERIFY(temporaryFolderIsEmpty(cli));
+    }
+
+    // What a CI job must not get past: a password in the site file, a
+    // variable that is not set, a secret option without a site file.
+    void refusals() {
+        test::CliRunner cli;
+        withoutDesktop(cli);
+        test::GitRepository repo;
+        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                             {u"host"_s, test::FtpServer::host()},
+                             {u"port"_s, QString::number(m_ftp->port())},
+                             {u"username"_s, test::FtpServer::userName()},
+                             {u"password"_s, kPassword},
+                             {u"remotePath"_s, u"refused/"_s}});
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"one"_s);
+        const QString siteFile = repo.path() + u"/tarnwell-site.json"_s;
+
+        test::CliResult result = cli.run({u"deploy"_s, u"--site-file"_s, siteFile});
+        QCOMPARE(result.exitCode, 7);
+        QVERIFY2(result.err.contains(u"holds a password"_s), result.describe().constData());
+        QVERIFY(!result.err.contains(kPassword));
+
+        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                             {u"host"_s, test::FtpServer::host()},
+                             {u"port"_s, QString::number(m_ftp->port())},
+                             {u"username"_s, test::FtpServer::userName()},
+                             {u"remotePath"_s, u"refused/"_s}});
+        result =
+            cli.run({u"deploy"_s, u"--site-file"_s, siteFile, u"--password-env"_s, u"CI_NOT_SET_ANYWHERE"_s});
+        QCOMPARE(result.exitCode, 7);
+        QVERIFY2(result.err.contains(u"CI_NOT_SET_ANYWHERE"_s) && result.err.contains(u"not set"_s),
+                 result.describe().constData());
+
+        result = cli.run({u"deploy"_s, u"--password-env"_s, u"HOME"_s});
+        QCOMPARE(result.exitCode, 7);
+        QVERIFY2(result.err.contains(u"--site-file"_s), result.describe().constData());
+
+        result = cli.run({u"test"_s, u"--site-file"_s, cli.folder() + u"/missing.json"_s});
+        QCOMPARE(result.exitCode, 7);
+        QVERIFY2(result.err.contains(u"Cannot read the site file"_s), result.describe().constData());
+        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/refused"_s));
+        QVERIFY(temporaryFolderIsEmpty(cli));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCliCi)
+#include "tst_cli_ci.moc"
