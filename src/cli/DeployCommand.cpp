@@ -99,6 +99,8 @@ int DeployCommand::run(const QCommandLineParser& parser) {
             ExitCode::SetupError,
             QStringLiteral("Cannot deploy site %1: %2").arg(SiteSelection::describe(*index, site), *problem));
 
+    for (const QString& note : session.controller().listingNotes())
+        terminal.errLine(QStringLiteral("Note: ") + note);
     const DeploySession::Counts counts = session.counts();
     if (siteFile.isActive() && !site->lastCommitDeployed) {
         // What goes depends on the server's record, read when the run starts.

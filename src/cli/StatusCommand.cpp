@@ -30,7 +30,8 @@ StatusCommand::StatusCommand() {
         "\"notRepository\", \"wrongBranch\" or \"noFolder\"), message (the text shown in place of the list, "
         "or "
         "null), deployBranch, checkedOutBranch, lastDeployedCommit, files (an array of objects with path and "
-        "change) and alwaysUploaded (the paths uploaded with every deployment).");
+        "change), alwaysUploaded (the paths uploaded with every deployment) and notes (sentences about the "
+        "list: uncommitted changes, a last deployed commit that is gone).");
     options = {QCommandLineOption(QStringLiteral("json"), QStringLiteral("Print JSON for scripts."))};
     options.append(SiteFileSession::options());
 }
@@ -104,6 +105,7 @@ int StatusCommand::run(const QCommandLineParser& parser) {
         }
         object.insert(QStringLiteral("files"), files);
         object.insert(QStringLiteral("alwaysUploaded"), QJsonArray::fromStringList(always));
+        object.insert(QStringLiteral("notes"), QJsonArray::fromStringList(controller.listingNotes()));
         terminal.out(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Indented)));
         return toInt(code);
     }
@@ -117,6 +119,8 @@ int StatusCommand::run(const QCommandLineParser& parser) {
         terminal.outLine(*problem);
         return toInt(code);
     }
+    for (const QString& note : controller.listingNotes())
+        terminal.outLine(QStringLiteral("Note: ") + note);
     const DeploySession::Counts counts = session.counts();
     if (counts.uploads + counts.deletions > 0) {
         const qsizetype changed = counts.uploads + counts.deletions;

@@ -346,8 +346,8 @@ void MainWindow::updateLabels() {
     QString warning;
     if (ViewController::isUploading() && !m_controller->isDeploying())
         warning = tr("The last deployment did not finish. Deploy again to bring the server up to date.");
-    else if (m_controller->files && SiteManager(site).isRepoDirty())
-        warning = tr("The repository has uncommitted changes; only committed files are deployed.");
+    else
+        warning = m_controller->listingNotes().join(QLatin1Char('\n'));
     m_warningLabel->setText(warning);
     m_warningLabel->setVisible(!warning.isEmpty());
     m_warningSign->setVisible(!warning.isEmpty());

@@ -192,6 +192,48 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
     return manager.getAllFiles();
 }
 
+QStringList ViewController::listingNotes() const {
+    QStringList notes;
+    if (!currentSite || !files)
+        return notes;
+    if (m_lastDeployedMissing && currentSite->lastCommitDeployed)
+        notes.append(
+            QStringLiteral("The last deployed commit %1 is no longer in the repository (after a rebase "
+                           "or a forced push?): every file is listed, for a full deployment.")
+                .arg(currentSite->lastCommitDeployed->sha1.value_or(QString())));
+    // Always-uploaded and ignored paths are no news: they are sent from the
+    // folder, or never.
+    QStringList excused;
+    for (const SharedFileList& list : {currentSite->mandatoryFiles, currentSite->ignoredFiles}) {
+        if (!list)
+            continue;
+        for (const FilePtr& file : *list) {
+            if (file && file->pathWithFilename && !file->pathWithFilename->isEmpty())
+                excused.append(*file->pathWithFilename);
+        }
+    }
+    QStringList uncommitted;
+    for (const QString& path : SiteManager(currentSite).uncommittedPaths()) {
+        const bool isExcused = std::any_of(excused.cbegin(), excused.cend(), [&](QString entry) {
+            if (entry.endsWith(QLatin1Char('/')))
+                entry.chop(1);
+            return path == entry || path.startsWith(entry + QLatin1Char('/')) ||
+                   (path.endsWith(QLatin1Char('/')) && entry.startsWith(path));
+        });
+        if (!isExcused)
+            uncommitted.append(path);
+    }
+    if (!uncommitted.isEmpty()) {
+        const QString which =
+            uncommitted.size() == 1
+                ? uncommitted.first()
+                : QStringLiteral("%1 files, such as %2").arg(uncommitted.size()).arg(uncommitted.first());
+        notes.append(
+            QStringLiteral("Uncommitted changes (%1) are not deployed: commit them first.").arg(which));
+    }
+    return notes;
+}
+
 // The files that wait (unchecked earlier, not deployed since) and the site's
 // always-uploaded entries join the changed files. A waiting file that a
 // commit changed since it was unchecked is listed as changed, checked again.

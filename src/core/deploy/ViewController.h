@@ -71,6 +71,11 @@ public:
     // The site's last deployed commit is no longer in the repository (after
     // a rebase or a forced push): every file is listed, for a full deployment.
     bool lastDeployedCommitMissing() const { return m_lastDeployedMissing; }
+    // What the person should know about the list beside its rows: a last
+    // deployed commit that is gone (every file is listed), and the files
+    // with uncommitted edits (they are deployed as committed). One sentence
+    // each; empty when there is nothing to say.
+    QStringList listingNotes() const;
     // The listed files that wait, unchecked, for a later deployment.
     qsizetype waitingCount() const;
 
