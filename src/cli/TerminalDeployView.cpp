@@ -26,7 +26,7 @@ std::optional<QString> TerminalDeployView::runOpenPanel(const OpenPanelRequest& 
     return m_interaction.runOpenPanel(panel);
 }
 
-ProgressView* TerminalDeployView::performProgressSegue() {
+ProgressView* TerminalDeployView::showProgressView() {
     if (m_progress)
         m_progress->show();
     return this;

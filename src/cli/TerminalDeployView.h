@@ -39,7 +39,7 @@ public:
     std::optional<QString> runOpenPanel(const OpenPanelRequest& panel) override;
 
     // DeployView
-    ProgressView* performProgressSegue() override;
+    ProgressView* showProgressView() override;
     EmptyTableView& emptyTableView() override { return *this; }
     void setDeployButtonEnabled(bool) override {}
     void filesDidChange() override {}

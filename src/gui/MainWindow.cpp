@@ -271,7 +271,7 @@ std::optional<QString> MainWindow::runOpenPanel(const OpenPanelRequest& panel) {
 
 // One progress sheet for the window's life, presented again for every run:
 // the runs hold on to it until they are gone.
-ProgressView* MainWindow::performProgressSegue() {
+ProgressView* MainWindow::showProgressView() {
     if (!m_progress)
         m_progress = std::make_unique<ProgressViewController>(this);
     if (!m_progress->isPresented())

@@ -53,7 +53,7 @@ public:
     std::optional<QString> runOpenPanel(const OpenPanelRequest& panel) override;
 
     // DeployView
-    ProgressView* performProgressSegue() override;
+    ProgressView* showProgressView() override;
     EmptyTableView& emptyTableView() override;
     void setDeployButtonEnabled(bool enabled) override;
     void filesDidChange() override;

@@ -42,7 +42,7 @@ public:
     }
 
     // DeployView
-    ProgressView* performProgressSegue() override {
+    ProgressView* showProgressView() override {
         ++progressShown;
         return this;
     }

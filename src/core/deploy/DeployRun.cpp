@@ -2,6 +2,7 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "deploy/AlwaysUploadedFolders.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/ScriptRunner.h"
 #include "deploy/Statistics.h"
@@ -14,7 +15,6 @@
 #include "transfer/Deployer.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFileInfo>
 #include <QPointer>
 #include <QSet>
@@ -74,7 +74,7 @@ void DeployRun::later(std::function<void()> work) {
 }
 
 void DeployRun::showProgress() {
-    m_progress = m_view.performProgressSegue();
+    m_progress = m_view.showProgressView();
     m_progressClosed = false;
     if (m_progress)
         m_progress->setDelegate(this);
@@ -247,7 +247,7 @@ bool DeployRun::prepareFiles() {
     };
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         return vanished();
-    addMandatoryFiles();
+    m_plan.rows.append(AlwaysUploadedFolders::filesIn(m_plan.rows, m_localBase));
     if (!exportCommittedContent())
         return false;
     m_transporter->setDelegate(this);
@@ -318,32 +318,6 @@ bool DeployRun::exportCommittedContent() {
         return false;
     }
     return true;
-}
-
-// The always-uploaded folders among the rows, walked now (after the local
-// pre-deploy script): each file found in them becomes a row of its own,
-// appended, checked, with the change letter "-". Names are taken as they are.
-void DeployRun::addMandatoryFiles() {
-    const QString folder = m_localBase;
-    const QString prefix = folder + QLatin1Char('/');
-    const qsizetype listed = m_plan.rows.size();
-    for (qsizetype row = 0; row < listed; ++row) {
-        const FilePtr listedRow = m_plan.rows.at(row);
-        if (listedRow->gitStatus != kMandatory || !listedRow->willUpload || !listedRow->isDirectory(folder))
-            continue;
-        QDirIterator walk(prefix + listedRow->pathWithFilename.value_or(QString()),
-                          QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                          QDirIterator::Subdirectories);
-        while (walk.hasNext()) {
-            walk.next();
-            QString relative = walk.filePath();
-            if (relative.startsWith(prefix))
-                relative.remove(0, prefix.size());
-            const FilePtr file = File::initWithPath(relative);
-            file->gitStatus = kMandatory;
-            m_plan.rows.append(file);
-        }
-    }
 }
 
 void DeployRun::runRemotePreScript() {

@@ -113,7 +113,6 @@ private:
     void preDeployLocalScriptResult(const std::optional<Error>& error, const QString& output);
     bool prepareFiles();
     bool exportCommittedContent();
-    void addMandatoryFiles();
     void runRemotePreScript();
     void startTransfers();
     void deployFinished();

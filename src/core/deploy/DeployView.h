@@ -15,7 +15,7 @@ class DeployView : public UserInteraction {
 public:
     // Performs "progressSegue": shows the progress display and answers it.
     // The view keeps the display alive for as long as the view lives.
-    virtual ProgressView* performProgressSegue() = 0;
+    virtual ProgressView* showProgressView() = 0;
     // The placeholder over the file list.
     virtual EmptyTableView& emptyTableView() = 0;
     virtual void setDeployButtonEnabled(bool enabled) = 0;

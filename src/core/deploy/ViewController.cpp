@@ -3,19 +3,19 @@
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "deploy/DeployRun.h"
+#include "deploy/ListingNotes.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/UploadingFlag.h"
 #include "deploy/UserNotifier.h"
 #include "deploy/WaitingFiles.h"
 #include "git/SiteManager.h"
+#include "git/TWGit.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/Sites.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-
-#include <algorithm>
 
 namespace tw {
 
@@ -193,45 +193,9 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
 }
 
 QStringList ViewController::listingNotes() const {
-    QStringList notes;
     if (!currentSite || !files)
-        return notes;
-    if (m_lastDeployedMissing && currentSite->lastCommitDeployed)
-        notes.append(
-            QStringLiteral("The last deployed commit %1 is no longer in the repository (after a rebase "
-                           "or a forced push?): every file is listed, for a full deployment.")
-                .arg(currentSite->lastCommitDeployed->sha1.value_or(QString())));
-    // Always-uploaded and ignored paths are no news: they are sent from the
-    // folder, or never.
-    QStringList excused;
-    for (const SharedFileList& list : {currentSite->mandatoryFiles, currentSite->ignoredFiles}) {
-        if (!list)
-            continue;
-        for (const FilePtr& file : *list) {
-            if (file && file->pathWithFilename && !file->pathWithFilename->isEmpty())
-                excused.append(*file->pathWithFilename);
-        }
-    }
-    QStringList uncommitted;
-    for (const QString& path : SiteManager(currentSite).uncommittedPaths()) {
-        const bool isExcused = std::any_of(excused.cbegin(), excused.cend(), [&](QString entry) {
-            if (entry.endsWith(QLatin1Char('/')))
-                entry.chop(1);
-            return path == entry || path.startsWith(entry + QLatin1Char('/')) ||
-                   (path.endsWith(QLatin1Char('/')) && entry.startsWith(path));
-        });
-        if (!isExcused)
-            uncommitted.append(path);
-    }
-    if (!uncommitted.isEmpty()) {
-        const QString which =
-            uncommitted.size() == 1
-                ? uncommitted.first()
-                : QStringLiteral("%1 files, such as %2").arg(uncommitted.size()).arg(uncommitted.first());
-        notes.append(
-            QStringLiteral("Uncommitted changes (%1) are not deployed: commit them first.").arg(which));
-    }
-    return notes;
+        return {};
+    return ListingNotes::forSite(currentSite, m_lastDeployedMissing);
 }
 
 // The files that wait (unchecked earlier, not deployed since) and the site's
@@ -571,18 +535,9 @@ void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationNa
     m_headSettle.start();
 }
 
-bool ViewController::gitIsUpdatingRefs() const {
-    if (!currentSite || !currentSite->localPath)
-        return false;
-    const QString git = *currentSite->localPath + QStringLiteral("/.git/");
-    QStringList locks = {git + QStringLiteral("HEAD.lock"), git + QStringLiteral("index.lock")};
-    if (const auto branch = checkOutedBranch())
-        locks.append(git + QStringLiteral("refs/heads/") + *branch + QStringLiteral(".lock"));
-    return std::any_of(locks.cbegin(), locks.cend(), [](const QString& lock) { return QFile::exists(lock); });
-}
-
 void ViewController::headMoved() {
-    if (gitIsUpdatingRefs()) {
+    if (currentSite && currentSite->localPath &&
+        TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString()))) {
         m_headSettle.start();
         return;
     }

@@ -147,7 +147,6 @@ private:
     void rowStatusChanged(qsizetype row);
     void showNotification(const RunSummary& summary);
     void headMoved();
-    bool gitIsUpdatingRefs() const;
 
     DeployView& m_view;
     std::unique_ptr<UserNotifier> m_notifier;

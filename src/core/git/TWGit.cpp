@@ -5,10 +5,13 @@
 #include "app/ToolPaths.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QSet>
 #include <QStandardPaths>
+
+#include <algorithm>
 
 namespace tw {
 
@@ -222,6 +225,14 @@ QStringList TWGit::uncommittedPaths(const QString& folder) const {
             paths.append(path);
     }
     return paths;
+}
+
+bool TWGit::isUpdatingRefs(const QString& folder, const QString& branch) {
+    const QString git = folder + QStringLiteral("/.git/");
+    QStringList locks = {git + QStringLiteral("HEAD.lock"), git + QStringLiteral("index.lock")};
+    if (!branch.isEmpty())
+        locks.append(git + QStringLiteral("refs/heads/") + branch + QStringLiteral(".lock"));
+    return std::any_of(locks.cbegin(), locks.cend(), [](const QString& lock) { return QFile::exists(lock); });
 }
 
 bool TWGit::isRepoDirtyAtPath(const QString& folder) const {

@@ -61,6 +61,10 @@ public:
     std::optional<QString> getGitVersion() const;
     // Changes not committed: tracked files changed and untracked files, the
     // desktop's ".DS_Store" excused.
+    // git is moving a ref of the repository at folder now: HEAD, the index
+    // or the branch is locked. git writes HEAD's reflog before it moves the
+    // branch, so whoever reads HEAD when the reflog changes waits for this.
+    static bool isUpdatingRefs(const QString& folder, const QString& branch);
     bool isRepoDirtyAtPath(const QString& folder) const;
     QStringList uncommittedPaths(const QString& folder) const;
     // Every file of the commit checked out (HEAD), as committed.

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "model/File.h"
+
+#include <QString>
+
+namespace tw {
+
+// The always-uploaded folders among a run's rows, walked when the run builds
+// its queue (after the local pre-deploy script, so that what a build put
+// there is sent): every file found in a checked folder row becomes a row of
+// its own, checked, with the change letter "-". Names are taken as they are.
+class AlwaysUploadedFolders {
+public:
+    static FileList filesIn(const FileList& rows, const QString& localBase);
+};
+
+} // namespace tw
