@@ -66,6 +66,7 @@ private slots:
     void syncRoot();
     void wrongCredentials();
     void abortInTheMiddleOfABatch();
+    void failureInOneOfSeveralRuns();
 
 private:
     void addTransports();
@@ -267,7 +268,8 @@ void TestTransporterServers::wrongCredentials() {
     QVERIFY(!QFileInfo::exists(m_ssh->remoteFolder() + u"/denied/denied.txt"_s));
 }
 
-// An abort while the first of three batches runs: nothing runs afterwards,
+// An abort while the first wave of runs is under way (three at once, the
+// default number of connections): no curl is left, nothing runs afterwards,
 // no completion arrives, and the server has only part of the files.
 void TestTransporterServers::abortInTheMiddleOfABatch() {
     auto engine = transporter(Transport::Sftp, u"aborted"_s);
@@ -289,6 +291,34 @@ void TestTransporterServers::abortInTheMiddleOfABatch() {
     QVERIFY2(landed < 500, qPrintable(QString::number(landed)));
     QVERIFY(!delegate.ended());
     QVERIFY(!QFileInfo::exists(remote + u"/file-1199.txt"_s));
+}
+
+// Three runs at once, one of them into a folder the server refuses: the
+// failure names a file of that folder, the other runs are stopped (a failed
+// deployment writes no record, so nothing is gained by finishing them), no
+// completion message follows and no curl is left.
+void TestTransporterServers::failureInOneOfSeveralRuns() {
+    QVERIFY(m_ftp->makeUnwritable(u"several/b"_s));
+    auto engine = transporter(Transport::Passive, u"several"_s);
+    engine->setMaxSimultaneousConnectinos(3);
+    RecordingDelegate delegate;
+    engine->setDelegate(&delegate);
+    QStringList names;
+    for (const QString& folder : {u"a"_s, u"b"_s, u"c"_s}) {
+        for (int i = 0; i < 100; ++i)
+            names << folder + u"/file-%1.txt"_s.arg(i);
+    }
+    for (const QString& name : std::as_const(names))
+        engine->uploadFile(localFile(u"several/"_s + name, name.toUtf8()), name);
+    QVERIFY(runBatch(*engine));
+    QCOMPARE(delegate.count(u"fail"_s), 1);
+    const auto failure = delegate.of(u"fail"_s).first();
+    QVERIFY2(failure.file->remotePath().startsWith(u"b/"_s), qPrintable(failure.file->remotePath()));
+    QVERIFY2(failure.text.startsWith(u"(25)"_s), qPrintable(failure.text));
+    QVERIFY(!delegate.ended());
+    QCOMPARE(engine->runningProcessCount(), 0);
+    QCOMPARE(curlProcesses(), QStringList());
+    QCOMPARE(QDir(m_ftp->homeFolder() + u"/several/b"_s).entryList(QDir::Files).size(), 0);
 }
 
 } // namespace tw::test
