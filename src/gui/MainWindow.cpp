@@ -111,6 +111,7 @@ MainWindow::MainWindow(QWidget* parent)
     m_deployButton->setDefault(true);
     m_deployButton->setObjectName(QStringLiteral("deployButton"));
     m_deployButton->setMinimumWidth(140);
+    m_deployButton->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_deployButton->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
     connect(m_deployButton, &QPushButton::clicked, this, [this] { m_controller->deployButton(); });
 
