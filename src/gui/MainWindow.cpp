@@ -5,6 +5,7 @@
 #include "FileListPanel.h"
 #include "FileTableModel.h"
 #include "ImageResources.h"
+#include "MainMenus.h"
 #include "PreferencesDialog.h"
 #include "ProgressViewController.h"
 #include "RunMessages.h"
@@ -53,21 +54,6 @@
 #include <QVBoxLayout>
 
 namespace tw {
-
-namespace {
-
-QAction* makeAction(QWidget* owner, const QString& name, const QString& text, const QKeySequence& shortcut,
-                    std::function<void()> handler) {
-    auto* action = new QAction(text, owner);
-    action->setObjectName(name);
-    if (!shortcut.isEmpty())
-        action->setShortcut(shortcut);
-    QObject::connect(action, &QAction::triggered, owner, [handler] { handler(); });
-    owner->addAction(action);
-    return action;
-}
-
-} // namespace
 
 MainWindow::MainWindow(QWidget* parent)
     : QMainWindow(parent)
@@ -192,7 +178,7 @@ MainWindow::MainWindow(QWidget* parent)
                     m_progress->setFileCount(done, total);
             });
 
-    buildMenus();
+    MainMenus::build(*this);
     resize(980, 640);
     WindowState::restore(*this, *m_splitter);
 }
@@ -200,97 +186,6 @@ MainWindow::MainWindow(QWidget* parent)
 MainWindow::~MainWindow() {
     // The controller goes first: it still talks to the sheet and the placeholder.
     m_controller.reset();
-}
-
-void MainWindow::buildMenus() {
-    QMenu* file = menuBar()->addMenu(tr("&Site"));
-    file->addAction(makeAction(this, QStringLiteral("newSite"), tr("&New Site…"), QKeySequence::New,
-                               [this] { newSite(); }));
-    file->addAction(makeAction(this, QStringLiteral("editSite"), tr("&Edit Site…"),
-                               QKeySequence(tr("Ctrl+E")), [this] { editSite(m_sidebar->currentRow()); }));
-    file->addAction(makeAction(this, QStringLiteral("editScripts"), tr("Scr&ipts…"),
-                               QKeySequence(tr("Ctrl+Shift+E")),
-                               [this] { editScripts(m_sidebar->currentRow()); }));
-    file->addAction(makeAction(this, QStringLiteral("duplicateSite"), tr("D&uplicate Site"),
-                               QKeySequence(tr("Ctrl+D")), [this] { duplicateSite(); }));
-    file->addAction(makeAction(this, QStringLiteral("deleteSite"), tr("De&lete Site…"),
-                               QKeySequence(tr("Ctrl+Backspace")), [this] { deleteSite(); }));
-    file->addSeparator();
-    file->addAction(makeAction(this, QStringLiteral("importSites"), tr("&Import Sites…"),
-                               QKeySequence(tr("Ctrl+I")), [this] { importSites(); }));
-    file->addAction(makeAction(this, QStringLiteral("exportSites"), tr("E&xport Sites…"),
-                               QKeySequence(tr("Ctrl+Shift+S")), [this] { exportSites(); }));
-    file->addSeparator();
-    file->addAction(makeAction(this, QStringLiteral("quit"), tr("&Quit"), QKeySequence(tr("Ctrl+Q")),
-                               [this] { close(); }));
-
-    QMenu* deploy = menuBar()->addMenu(tr("&Deploy"));
-    QAction* deployAction =
-        makeAction(this, QStringLiteral("deploy"), tr("&Deploy"), QKeySequence(tr("Ctrl+Return")), [this] {
-            if (m_deployEnabled)
-                m_controller->deployButton();
-        });
-    deployAction->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
-    deploy->addAction(deployAction);
-    QAction* testAction = makeAction(this, QStringLiteral("testConnection"), tr("&Test Connection"),
-                                     QKeySequence(tr("Ctrl+T")), [this] { testConnection(); });
-    testAction->setIcon(
-        QIcon::fromTheme(QStringLiteral("network-server"), style()->standardIcon(QStyle::SP_DriveNetIcon)));
-    deploy->addAction(testAction);
-    QAction* refreshAction = makeAction(this, QStringLiteral("refresh"), tr("&Refresh"),
-                                        QKeySequence::Refresh, [this] { refresh(); });
-    refreshAction->setIcon(
-        QIcon::fromTheme(QStringLiteral("view-refresh"), style()->standardIcon(QStyle::SP_BrowserReload)));
-    deploy->addAction(refreshAction);
-    deploy->addSeparator();
-    deploy->addAction(makeAction(this, QStringLiteral("showLogFolder"), tr("Open &Log Folder"),
-                                 QKeySequence(tr("Ctrl+L")), [this] { showLogFolder(); }));
-
-    QMenu* view = menuBar()->addMenu(tr("&View"));
-    QAction* toggle = m_sidebar->toggleAction();
-    toggle->setObjectName(QStringLiteral("toggleSidebar"));
-    toggle->setShortcut(QKeySequence(tr("Ctrl+0")));
-    addAction(toggle);
-    view->addAction(toggle);
-    QAction* fullPath = makeAction(
-        this, QStringLiteral("showFullPath"), tr("Show &Full Paths"), QKeySequence(tr("Ctrl+Shift+F")), [] {
-            Preferences& p = Preferences::instance();
-            p.setBool(QStringLiteral("showFullPath"), !p.boolValue(QStringLiteral("showFullPath")));
-            p.synchronize();
-        });
-    fullPath->setCheckable(true);
-    fullPath->setChecked(Preferences::instance().boolValue(QStringLiteral("showFullPath")));
-    connect(&Preferences::instance(), &Preferences::valueChanged, fullPath, [fullPath](const QString& key) {
-        if (key == u"showFullPath")
-            fullPath->setChecked(Preferences::instance().boolValue(key));
-    });
-    view->addAction(fullPath);
-
-    // Where people on Linux look for them: Preferences under Edit, Quit
-    // under the first menu.
-    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
-    edit->addAction(makeAction(this, QStringLiteral("preferences"), tr("&Preferences\u2026"),
-                               QKeySequence::keyBindings(QKeySequence::Preferences).isEmpty()
-                                   ? QKeySequence(tr("Ctrl+,"))
-                                   : QKeySequence(QKeySequence::Preferences),
-                               [this] { showPreferences(); }));
-    menuBar()->insertMenu(deploy->menuAction(), edit);
-
-    QMenu* help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(makeAction(this, QStringLiteral("documentation"), tr("&Documentation"),
-                               QKeySequence::HelpContents, [this] { showDocumentation(); }));
-    help->addAction(makeAction(this, QStringLiteral("about"), tr("&About %1").arg(AppInfo::productName()),
-                               QKeySequence(), [this] { showAbout(); }));
-
-    QToolBar* bar = addToolBar(tr("Main"));
-    bar->setObjectName(QStringLiteral("mainToolBar"));
-    bar->setMovable(false);
-    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    bar->addAction(toggle);
-    bar->addSeparator();
-    bar->addAction(deployAction);
-    bar->addAction(action(QStringLiteral("refresh")));
-    bar->addAction(action(QStringLiteral("testConnection")));
 }
 
 QAction* MainWindow::action(const QString& objectName) const {

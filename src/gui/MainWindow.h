@@ -98,7 +98,6 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    void buildMenus();
     void updateLabels();
     void updateActions();
     void updateFix();
