@@ -3,6 +3,7 @@
 #include "ThemeColors.h"
 #include "deploy/FailureExplanation.h"
 #include "keychain/TWPasswords.h"
+#include "model/TWUtilities.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -37,6 +38,19 @@ ConnectionTestRow::ConnectionTestRow(QWidget* parent)
     layout->addWidget(m_button, 0, Qt::AlignTop);
     layout->addWidget(m_result, 1);
     setTester(nullptr);
+}
+
+SitePtr ConnectionTestRow::probeFor(Site& site, const SiteForm& form) {
+    SitePtr probe = site.copy();
+    probe->generateSiteId();
+    probe->protocol = form.protocol;
+    probe->host = form.host.trimmed();
+    probe->port = nonEmpty(form.port);
+    probe->username = form.username;
+    probe->sshKeyPath = nonEmpty(form.sshKeyPath);
+    probe->passiveMode = form.passiveMode;
+    probe->remotePath = TWUtilities::fixSlashes(form.remotePath);
+    return probe;
 }
 
 void ConnectionTestRow::setTester(Tester tester) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "editor/SiteForm.h"
 #include "model/Site.h"
 
 #include <QWidget>
@@ -26,6 +27,11 @@ public:
                                       std::function<void(const std::optional<QString>& error)> done)>;
 
     explicit ConnectionTestRow(QWidget* parent = nullptr);
+
+    // The copy of the site the test runs on, with the server settings of the
+    // form and an id of its own, so the password typed in the editor is used
+    // without replacing the stored one.
+    static SitePtr probeFor(Site& site, const SiteForm& form);
 
     // None disables the button.
     void setTester(Tester tester);

@@ -9,7 +9,6 @@
 #include "model/SecurityBookmarkManager.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
-#include "model/TWUtilities.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -609,19 +608,8 @@ void SiteEditorDialog::testConnection() {
         return;
     }
 
-    // The test runs on a copy of the site under an id of its own, so the
-    // password typed here is used without replacing the stored one.
-    SitePtr probe = m_site->copy();
-    probe->generateSiteId();
     const SiteForm filled = form();
-    probe->protocol = filled.protocol;
-    probe->host = filled.host.trimmed();
-    probe->port = filled.port.isEmpty() ? std::nullopt : std::optional<QString>(filled.port);
-    probe->username = filled.username;
-    probe->sshKeyPath =
-        filled.sshKeyPath.isEmpty() ? std::nullopt : std::optional<QString>(filled.sshKeyPath);
-    probe->passiveMode = filled.passiveMode;
-    probe->remotePath = TWUtilities::fixSlashes(filled.remotePath);
+    const SitePtr probe = ConnectionTestRow::probeFor(*m_site, filled);
     m_testRow->run(probe, filled.password, filled.passphrase);
 }
 
