@@ -9,7 +9,7 @@ FUZZ_BUILD_DIR ?= build-fuzz
 JOBS ?= $(shell nproc)
 CTEST_JOBS ?= 2
 
-.PHONY: all setup build demo test clean format
+.PHONY: all setup build demo test screenshots clean format
 
 all: build
 
@@ -30,6 +30,12 @@ test: setup
 	cmake -S . -B $(FUZZ_BUILD_DIR) -DTARNWELL_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS)
 	ctest --test-dir $(FUZZ_BUILD_DIR) --output-on-failure
+
+# Pictures of the window at 1x, 2x and with a dark palette, under Xvfb, in
+# $(BUILD_DIR)/screenshots/ (not committed).
+screenshots: build
+	tests/support/run-isolated.sh --keyring -- tests/gui/screenshots.sh $(CURDIR)/$(BUILD_DIR)/bin \
+		$(CURDIR)/$(BUILD_DIR)/screenshots
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

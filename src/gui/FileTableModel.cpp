@@ -1,9 +1,11 @@
 #include "FileTableModel.h"
 
+#include "ThemeColors.h"
 #include "app/Preferences.h"
 
 #include <QBrush>
 #include <QColor>
+#include <QGuiApplication>
 
 #include <algorithm>
 #include <limits>
@@ -161,7 +163,7 @@ QVariant FileTableModel::data(const QModelIndex& index, int role) const {
         if (role == Qt::DisplayRole || role == Qt::ToolTipRole)
             return file->status.value_or(QString());
         if (role == Qt::ForegroundRole && file->status == u"ERROR")
-            return QBrush(QColor(200, 40, 40));
+            return QBrush(ThemeColors::errorText(QGuiApplication::palette()));
         if (role == Qt::TextAlignmentRole)
             return QVariant(Qt::AlignRight | Qt::AlignVCenter);
         break;
@@ -187,6 +189,7 @@ bool FileTableModel::setData(const QModelIndex& index, const QVariant& value, in
     }
     emit dataChanged(index, index, {Qt::CheckStateRole, Qt::ToolTipRole});
     emit checkMarksChanged();
+    emit checkToggled(index.row(), checked);
     return true;
 }
 

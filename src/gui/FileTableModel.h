@@ -56,6 +56,8 @@ public:
 signals:
     // The number of checked rows may have changed.
     void checkMarksChanged();
+    // The person clicked one row's own check box.
+    void checkToggled(qsizetype row, bool checked);
 
 private:
     void showFullPathChanged();

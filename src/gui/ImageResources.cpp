@@ -47,6 +47,21 @@ QPixmap ImageResources::pixmap(const QString& name, const QSize& size, qreal dev
     return result;
 }
 
+QIcon ImageResources::tintedIcon(const QString& name, const QColor& color) {
+    QIcon result;
+    for (const int side : {16, 22, 24, 32}) {
+        for (const qreal ratio : {1.0, 2.0}) {
+            QPixmap drawn = pixmap(name, QSize(side, side), ratio);
+            QPainter painter(&drawn);
+            painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+            painter.fillRect(QRectF(0, 0, side, side), color);
+            painter.end();
+            result.addPixmap(drawn);
+        }
+    }
+    return result;
+}
+
 QIcon ImageResources::applicationIcon() {
     return icon(QStringLiteral("tarnwell"));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QIcon>
 #include <QPixmap>
 #include <QSize>
@@ -9,7 +10,8 @@ namespace tw {
 
 // The application's own images, drawn as SVG and kept in the resources under
 // their names ("cloud_tick", "ui-cross-2", "git", "RocketLaunch",
-// "ui-window-2", "ui-window-2-highlight", "tarnwell").
+// "ui-window-2", "ui-window-2-highlight", "tarnwell", "list-add",
+// "list-remove", "edit-copy").
 class ImageResources {
 public:
     static QString path(const QString& name);
@@ -19,6 +21,9 @@ public:
     // screen's pixel ratio.
     static QPixmap pixmap(const QString& name, const QSize& size, qreal devicePixelRatio = 1.0);
     static QIcon applicationIcon();
+    // A line drawing in the palette's colour of text, for light and dark
+    // themes alike; sharp at 1× and 2× (drawn for both).
+    static QIcon tintedIcon(const QString& name, const QColor& color);
 };
 
 } // namespace tw

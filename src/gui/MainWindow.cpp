@@ -1,60 +1,59 @@
 #include "MainWindow.h"
 
+#include "AboutBox.h"
 #include "EmptyTablePlaceholder.h"
 #include "FileListPanel.h"
 #include "FileTableModel.h"
 #include "ImageResources.h"
+#include "MainMenus.h"
 #include "PreferencesDialog.h"
 #include "ProgressViewController.h"
+#include "RunMessages.h"
 #include "ScriptEditorDialog.h"
 #include "SiteConnectionTester.h"
 #include "SiteEditorDialog.h"
 #include "SitesSidebar.h"
+#include "WindowState.h"
 #include "app/AppInfo.h"
+#include "app/Logger.h"
 #include "app/Preferences.h"
+#include "deploy/DeployRun.h"
+#include "deploy/FailureExplanation.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/ViewController.h"
 #include "git/SiteManager.h"
 #include "model/ExportSites.h"
 #include "model/ImportSites.h"
+#include "model/SecurityBookmarkManager.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QKeySequence>
 #include <QLabel>
+#include <QLineEdit>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
+#include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTableView>
 #include <QToolBar>
+#include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
 
 namespace tw {
-
-namespace {
-
-QAction* makeAction(QWidget* owner, const QString& name, const QString& text, const QKeySequence& shortcut,
-                    std::function<void()> handler) {
-    auto* action = new QAction(text, owner);
-    action->setObjectName(name);
-    if (!shortcut.isEmpty())
-        action->setShortcut(shortcut);
-    QObject::connect(action, &QAction::triggered, owner, [handler] { handler(); });
-    owner->addAction(action);
-    return action;
-}
-
-} // namespace
 
 MainWindow::MainWindow(QWidget* parent)
     : QMainWindow(parent)
@@ -71,24 +70,34 @@ MainWindow::MainWindow(QWidget* parent)
     });
     m_placeholder = new EmptyTablePlaceholder;
 
-    m_siteLabel = new QLabel;
-    m_siteLabel->setTextFormat(Qt::PlainText);
+    m_siteLabel = new ElidedLabel;
+    m_siteLabel->setObjectName(QStringLiteral("siteLabel"));
     QFont title = m_siteLabel->font();
     title.setPointSizeF(title.pointSizeF() * 1.3);
     title.setBold(true);
     m_siteLabel->setFont(title);
-    m_lastDeploymentLabel = new QLabel;
-    m_lastDeploymentLabel->setTextFormat(Qt::PlainText);
+    m_lastDeploymentLabel = new ElidedLabel;
     m_lastDeploymentLabel->setObjectName(QStringLiteral("lastDeploymentLabel"));
     m_warningSign = new QLabel;
     m_warningSign->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(16, 16));
+    m_warningSign->setAccessibleName(tr("Warning"));
     m_warningLabel = new QLabel;
     m_warningLabel->setTextFormat(Qt::PlainText);
     m_warningLabel->setWordWrap(true);
+    m_runResultLabel = new QLabel;
+    m_runResultLabel->setObjectName(QStringLiteral("runResultLabel"));
+    m_runResultLabel->setTextFormat(Qt::PlainText);
+    m_runResultLabel->setWordWrap(true);
+    m_runResultLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_runResultLabel->hide();
+    m_connectionLabel = new ElidedLabel;
+    m_connectionLabel->setObjectName(QStringLiteral("connectionTestLabel"));
+    m_connectionLabel->hide();
     m_deployButton = new QPushButton(tr("Deploy"));
     m_deployButton->setDefault(true);
     m_deployButton->setObjectName(QStringLiteral("deployButton"));
     m_deployButton->setMinimumWidth(140);
+    m_deployButton->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_deployButton->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
     connect(m_deployButton, &QPushButton::clicked, this, [this] { m_controller->deployButton(); });
 
@@ -97,12 +106,15 @@ MainWindow::MainWindow(QWidget* parent)
     m_stack->addWidget(m_placeholder);
 
     auto* warningRow = new QHBoxLayout;
-    warningRow->addWidget(m_warningSign);
+    warningRow->addWidget(m_warningSign, 0, Qt::AlignTop);
     warningRow->addWidget(m_warningLabel, 1);
+    auto* notes = new QVBoxLayout;
+    notes->addLayout(warningRow);
+    notes->addWidget(m_runResultLabel);
+    notes->addWidget(m_connectionLabel);
     auto* bottom = new QHBoxLayout;
-    bottom->addLayout(warningRow, 1);
-    bottom->addStretch();
-    bottom->addWidget(m_deployButton);
+    bottom->addLayout(notes, 1);
+    bottom->addWidget(m_deployButton, 0, Qt::AlignBottom);
 
     auto* right = new QWidget;
     auto* rightLayout = new QVBoxLayout(right);
@@ -111,12 +123,31 @@ MainWindow::MainWindow(QWidget* parent)
     rightLayout->addWidget(m_stack, 1);
     rightLayout->addLayout(bottom);
 
-    auto* splitter = new QSplitter;
-    splitter->addWidget(m_sidebar);
-    splitter->addWidget(right);
-    splitter->setStretchFactor(1, 1);
-    splitter->setSizes({240, 700});
-    setCentralWidget(splitter);
+    m_splitter = new QSplitter;
+    m_splitter->setObjectName(QStringLiteral("mainSplitter"));
+    m_splitter->addWidget(m_sidebar);
+    m_splitter->addWidget(right);
+    m_splitter->setStretchFactor(1, 1);
+    m_splitter->setCollapsible(1, false);
+    m_splitter->setSizes({240, 700});
+    setCentralWidget(m_splitter);
+
+    // Tab goes from the list of sites to its buttons, the filter, the file
+    // list and on to Deploy: one stop per part, not one per cell.
+    setTabOrder(m_sidebar->listView(), m_sidebar->addButton());
+    setTabOrder(m_sidebar->addButton(), m_sidebar->duplicateButton());
+    setTabOrder(m_sidebar->duplicateButton(), m_sidebar->removeButton());
+    setTabOrder(m_sidebar->removeButton(), m_filePanel->filterField());
+    setTabOrder(m_filePanel->filterField(), m_filePanel->tableView());
+    setTabOrder(m_filePanel->tableView(), m_filePanel->checkbox());
+    setTabOrder(m_filePanel->checkbox(), m_deployButton);
+
+    // Delete in the list of sites removes the selected site, after asking.
+    auto* removeKey = new QShortcut(QKeySequence::Delete, m_sidebar->listView());
+    removeKey->setContext(Qt::WidgetShortcut);
+    connect(removeKey, &QShortcut::activated, this, &MainWindow::deleteSite);
+
+    m_interaction.setLogFolderOpener([this] { showLogFolder(); });
 
     connect(m_sidebar, &SitesSidebar::addSiteRequested, this, &MainWindow::newSite);
     connect(m_sidebar, &SitesSidebar::editSiteRequested, this, &MainWindow::editSite);
@@ -124,6 +155,9 @@ MainWindow::MainWindow(QWidget* parent)
     connect(m_placeholder, &EmptyTablePlaceholder::addSiteClicked, this, &MainWindow::newSite);
     connect(m_placeholder, &EmptyTablePlaceholder::checkOutClicked, this,
             [this] { m_controller->switchBranchBtn(); });
+    connect(m_placeholder, &EmptyTablePlaceholder::settingsClicked, this,
+            [this] { editSite(m_sidebar->currentRow()); });
+    connect(m_placeholder, &EmptyTablePlaceholder::chooseFolderClicked, this, &MainWindow::chooseFolderAgain);
     connect(m_model, &FileTableModel::checkMarksChanged, this, &MainWindow::updateActions);
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
         static Qt::ApplicationState previous = Qt::ApplicationActive;
@@ -133,100 +167,25 @@ MainWindow::MainWindow(QWidget* parent)
             m_controller->applicationDidUnhide();
         previous = state;
     });
-    connect(m_controller.get(), &ViewController::deploymentEnded, this, [this] { updateLabels(); });
+    connect(m_controller.get(), &ViewController::deploymentEnded, this,
+            [this](DeployOutcome outcome, const QString&, const RunSummary& summary) {
+                runEnded(outcome, summary);
+            });
+    connect(m_controller.get(), &ViewController::readinessChanged, this, &MainWindow::readinessChanged);
+    connect(m_controller.get(), &ViewController::progressChanged, this,
+            [this](qsizetype done, qsizetype total) {
+                if (m_progress)
+                    m_progress->setFileCount(done, total);
+            });
 
-    buildMenus();
+    MainMenus::build(*this);
     resize(980, 640);
+    WindowState::restore(*this, *m_splitter);
 }
 
 MainWindow::~MainWindow() {
     // The controller goes first: it still talks to the sheet and the placeholder.
     m_controller.reset();
-}
-
-void MainWindow::buildMenus() {
-    QMenu* file = menuBar()->addMenu(tr("&Site"));
-    file->addAction(makeAction(this, QStringLiteral("newSite"), tr("&New Site…"), QKeySequence::New,
-                               [this] { newSite(); }));
-    file->addAction(makeAction(this, QStringLiteral("editSite"), tr("&Edit Site…"),
-                               QKeySequence(tr("Ctrl+E")), [this] { editSite(m_sidebar->currentRow()); }));
-    file->addAction(makeAction(this, QStringLiteral("editScripts"), tr("Scr&ipts…"),
-                               QKeySequence(tr("Ctrl+Shift+E")),
-                               [this] { editScripts(m_sidebar->currentRow()); }));
-    file->addAction(makeAction(this, QStringLiteral("duplicateSite"), tr("D&uplicate Site"),
-                               QKeySequence(tr("Ctrl+D")), [this] { duplicateSite(); }));
-    file->addAction(makeAction(this, QStringLiteral("deleteSite"), tr("De&lete Site…"),
-                               QKeySequence(tr("Ctrl+Backspace")), [this] { deleteSite(); }));
-    file->addSeparator();
-    file->addAction(makeAction(this, QStringLiteral("importSites"), tr("&Import Sites…"),
-                               QKeySequence(tr("Ctrl+I")), [this] { importSites(); }));
-    file->addAction(makeAction(this, QStringLiteral("exportSites"), tr("E&xport Sites…"),
-                               QKeySequence(tr("Ctrl+Shift+S")), [this] { exportSites(); }));
-    file->addSeparator();
-    file->addAction(
-        makeAction(this, QStringLiteral("quit"), tr("&Quit"), QKeySequence::Quit, [this] { close(); }));
-
-    QMenu* deploy = menuBar()->addMenu(tr("&Deploy"));
-    QAction* deployAction =
-        makeAction(this, QStringLiteral("deploy"), tr("&Deploy"), QKeySequence(tr("Ctrl+Return")), [this] {
-            if (m_deployEnabled)
-                m_controller->deployButton();
-        });
-    deployAction->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
-    deploy->addAction(deployAction);
-    QAction* testAction = makeAction(this, QStringLiteral("testConnection"), tr("&Test Connection"),
-                                     QKeySequence(tr("Ctrl+T")), [this] { testConnection(); });
-    testAction->setIcon(
-        QIcon::fromTheme(QStringLiteral("network-server"), style()->standardIcon(QStyle::SP_DriveNetIcon)));
-    deploy->addAction(testAction);
-    QAction* refreshAction = makeAction(this, QStringLiteral("refresh"), tr("&Refresh"),
-                                        QKeySequence::Refresh, [this] { refresh(); });
-    refreshAction->setIcon(
-        QIcon::fromTheme(QStringLiteral("view-refresh"), style()->standardIcon(QStyle::SP_BrowserReload)));
-    deploy->addAction(refreshAction);
-    deploy->addSeparator();
-    deploy->addAction(makeAction(this, QStringLiteral("showLogFolder"), tr("Open &Log Folder"),
-                                 QKeySequence(tr("Ctrl+L")), [this] { showLogFolder(); }));
-
-    QMenu* view = menuBar()->addMenu(tr("&View"));
-    QAction* toggle = m_sidebar->toggleAction();
-    toggle->setObjectName(QStringLiteral("toggleSidebar"));
-    toggle->setShortcut(QKeySequence(tr("Ctrl+0")));
-    addAction(toggle);
-    view->addAction(toggle);
-    QAction* fullPath = makeAction(
-        this, QStringLiteral("showFullPath"), tr("Show &Full Paths"), QKeySequence(tr("Ctrl+Shift+F")), [] {
-            Preferences& p = Preferences::instance();
-            p.setBool(QStringLiteral("showFullPath"), !p.boolValue(QStringLiteral("showFullPath")));
-            p.synchronize();
-        });
-    fullPath->setCheckable(true);
-    fullPath->setChecked(Preferences::instance().boolValue(QStringLiteral("showFullPath")));
-    connect(&Preferences::instance(), &Preferences::valueChanged, fullPath, [fullPath](const QString& key) {
-        if (key == u"showFullPath")
-            fullPath->setChecked(Preferences::instance().boolValue(key));
-    });
-    view->addAction(fullPath);
-    view->addSeparator();
-    view->addAction(makeAction(this, QStringLiteral("preferences"), tr("&Preferences…"),
-                               QKeySequence::keyBindings(QKeySequence::Preferences).isEmpty()
-                                   ? QKeySequence(tr("Ctrl+,"))
-                                   : QKeySequence(QKeySequence::Preferences),
-                               [this] { showPreferences(); }));
-
-    QMenu* help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(makeAction(this, QStringLiteral("about"), tr("&About %1").arg(AppInfo::productName()),
-                               QKeySequence(), [this] { showAbout(); }));
-
-    QToolBar* bar = addToolBar(tr("Main"));
-    bar->setObjectName(QStringLiteral("mainToolBar"));
-    bar->setMovable(false);
-    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    bar->addAction(toggle);
-    bar->addSeparator();
-    bar->addAction(deployAction);
-    bar->addAction(action(QStringLiteral("refresh")));
-    bar->addAction(action(QStringLiteral("testConnection")));
 }
 
 QAction* MainWindow::action(const QString& objectName) const {
@@ -251,11 +210,30 @@ bool MainWindow::isShowingFiles() const {
 // Questions
 
 int MainWindow::runModal(const AlertRequest& alert) {
-    return m_interaction.runModal(alert);
+    return m_interaction.runModal(explained(alert));
 }
 
 void MainWindow::beginSheet(const AlertRequest& alert, std::function<void(int)> completion) {
-    m_interaction.beginSheet(alert, std::move(completion));
+    m_interaction.beginSheet(explained(alert), std::move(completion));
+}
+
+AlertRequest MainWindow::explained(const AlertRequest& alert) const {
+    if (alert.message != u"An error occured!" || !alert.detailedText.isEmpty())
+        return alert;
+    FailureExplanation::Context context;
+    if (const SitePtr site = m_controller->currentSite) {
+        context.host = site->host.value_or(QString());
+        context.port = site->port.value_or(QString());
+        context.remotePath = site->remotePath.value_or(QString());
+    }
+    const FailureExplanation explanation = FailureExplanation::explain(alert.informativeText, context);
+    AlertRequest shown = alert;
+    shown.informativeText = explanation.summary();
+    shown.detailedText = explanation.details();
+    // During a run: what reached the server, and that the record was not written.
+    if (const DeployRun* run = m_controller->run(); run && run->summary().total > 0)
+        shown.informativeText += QStringLiteral("\n\n") + RunMessages::notRecorded(run->summary());
+    return shown;
 }
 
 std::optional<QString> MainWindow::runSavePanel(const SavePanelRequest& panel) {
@@ -295,6 +273,7 @@ void MainWindow::filesDidChange() {
     const bool hasRows = m_controller->files && !m_controller->files->isEmpty();
     m_stack->setCurrentWidget(hasRows ? static_cast<QWidget*>(m_filePanel) : m_placeholder);
     updateLabels();
+    updateFix();
 }
 
 void MainWindow::fileStatusDidChange(qsizetype row) {
@@ -305,6 +284,64 @@ void MainWindow::fileStatusDidChange(qsizetype row) {
 void MainWindow::siteDidChange() {
     m_sidebar->selectCurrentSite();
     updateLabels();
+    updateFix();
+}
+
+void MainWindow::readinessChanged() {
+    const DeployReadiness readiness = m_controller->readiness();
+    m_deployButton->setToolTip(readiness == DeployReadiness::Ready ? tr("Deploy the checked files")
+                                                                   : describe(readiness));
+    updateFix();
+}
+
+// What the placeholder adds to the controller's picture and text: what is
+// wrong, by name, and the buttons that fix it.
+void MainWindow::updateFix() {
+    const SitePtr site = m_controller->currentSite;
+    const DeployReadiness readiness = m_controller->readiness();
+    if (!site || isShowingFiles()) {
+        m_placeholder->showFix(QString(), false, false);
+        return;
+    }
+    const QString folder = site->localPath.value_or(QString());
+    switch (readiness) {
+    case DeployReadiness::NoFolder:
+        m_placeholder->showFix(folder.isEmpty()
+                                   ? tr("The site has no repository folder.")
+                                   : tr("The folder %1 is gone. Choose it again if it moved.").arg(folder),
+                               true, true);
+        return;
+    case DeployReadiness::NotARepository:
+        m_placeholder->showFix(tr("%1 is not a git repository. Choose the repository's folder in the site's "
+                                  "settings.")
+                                   .arg(folder),
+                               true, false);
+        return;
+    case DeployReadiness::OtherBranch: {
+        const std::optional<QString> current = m_controller->checkOutedBranch();
+        const QString wanted = site->deployBranch.value_or(QString());
+        m_placeholder->showFix(
+            current ? tr("The branch \u201c%1\u201d is checked out; this site deploys \u201c%2\u201d.")
+                          .arg(*current, wanted)
+                    : tr("No branch is checked out (a detached HEAD); this site deploys \u201c%1\u201d.")
+                          .arg(wanted),
+            true, false);
+        return;
+    }
+    case DeployReadiness::NoHost:
+        m_placeholder->showFix(tr("The site names no server."), true, false);
+        return;
+    default:
+        m_placeholder->showFix(QString(), false, false);
+        return;
+    }
+}
+
+void MainWindow::runEnded(DeployOutcome outcome, const RunSummary& summary) {
+    const QString text = RunMessages::afterRun(outcome, summary);
+    m_runResultLabel->setText(text);
+    m_runResultLabel->setVisible(!text.isEmpty());
+    updateLabels();
 }
 
 void MainWindow::openFolder(const QString& path) {
@@ -314,20 +351,23 @@ void MainWindow::openFolder(const QString& path) {
 void MainWindow::updateLabels() {
     const SitePtr site = m_controller->currentSite;
     if (!site) {
-        m_siteLabel->setText(Sites().total() == 0 ? tr("Welcome to %1").arg(AppInfo::productName())
-                                                  : tr("No site selected"));
-        m_lastDeploymentLabel->setText(Sites().total() == 0 ? tr("Add a site to publish a git repository.")
-                                                            : QString());
+        m_siteLabel->setFullText(Sites().total() == 0 ? tr("Welcome to %1").arg(AppInfo::productName())
+                                                      : tr("No site selected"));
+        m_lastDeploymentLabel->setFullText(
+            Sites().total() == 0 ? tr("Add a site to publish a git repository.") : QString());
+        setWindowTitle(AppInfo::productName());
         m_warningSign->hide();
         m_warningLabel->hide();
         updateActions();
         return;
     }
-    QString title = site->name.value_or(tr("Untitled site"));
+    const QString name = site->name.value_or(QString()).isEmpty() ? tr("Untitled site") : *site->name;
+    QString title = name;
     if (site->host && !site->host->isEmpty())
         title += QStringLiteral(" \u2014 ") + site->protocol.value_or(QStringLiteral("FTP")) +
                  QStringLiteral(" ") + *site->host;
-    m_siteLabel->setText(title);
+    m_siteLabel->setFullText(title);
+    setWindowTitle(QStringLiteral("%1 \u2014 %2").arg(name, AppInfo::productName()));
 
     const CommitPtr last = site->lastCommitDeployed;
     if (last && last->sha1) {
@@ -337,9 +377,9 @@ void MainWindow::updateLabels() {
         if (last->deployedWhen)
             text +=
                 tr(" on %1").arg(QLocale().toString(last->deployedWhen->toLocalTime(), QLocale::ShortFormat));
-        m_lastDeploymentLabel->setText(text);
+        m_lastDeploymentLabel->setFullText(text);
     } else {
-        m_lastDeploymentLabel->setText(
+        m_lastDeploymentLabel->setFullText(
             tr("Never deployed: the first deployment sends every committed file."));
     }
 
@@ -417,19 +457,42 @@ void MainWindow::testConnection() {
     const SitePtr site = m_controller->currentSite;
     if (!site)
         return;
-    statusBar()->showMessage(tr("Testing the connection to %1…").arg(site->host.value_or(QString())));
+    statusBar()->showMessage(tr("Testing the connection to %1\u2026").arg(site->host.value_or(QString())));
+    m_connectionLabel->hide();
     QPointer<MainWindow> self(this);
     SiteConnectionTester::start(site, [self](const std::optional<QString>& error) {
-        if (!self)
-            return;
-        self->statusBar()->clearMessage();
-        AlertRequest alert;
-        alert.style = error ? AlertStyle::Warning : AlertStyle::Informational;
-        alert.message = error ? tr("The connection test failed") : tr("The connection works");
-        alert.informativeText =
-            error ? *error : tr("The server accepted a small test file, \u201c.test\u201d.");
-        self->beginSheet(alert, [](int) {});
+        if (self)
+            self->showConnectionResult(error);
     });
+}
+
+void MainWindow::showConnectionResult(const std::optional<QString>& error) {
+    statusBar()->clearMessage();
+    if (!error) {
+        m_connectionLabel->setFullText(tr("The connection works: the server accepted a small test file, "
+                                          "\u201c.test\u201d."));
+        m_connectionLabel->setToolTip(QString());
+        m_connectionLabel->show();
+        return;
+    }
+    FailureExplanation::Context context;
+    if (const SitePtr site = m_controller->currentSite) {
+        context.host = site->host.value_or(QString());
+        context.port = site->port.value_or(QString());
+        context.remotePath = site->remotePath.value_or(QString());
+    }
+    const FailureExplanation explanation = FailureExplanation::explain(*error, context);
+    m_connectionLabel->setFullText(tr("The connection test failed: %1").arg(explanation.summary()));
+    if (!explanation.details().isEmpty())
+        m_connectionLabel->setToolTip(m_connectionLabel->fullText() + QStringLiteral("\n\n") +
+                                      explanation.details());
+    m_connectionLabel->show();
+    AlertRequest alert;
+    alert.style = AlertStyle::Warning;
+    alert.message = tr("The connection test failed");
+    alert.informativeText = explanation.summary();
+    alert.detailedText = explanation.details();
+    m_interaction.beginSheet(alert, [](int) {});
 }
 
 void MainWindow::refresh() {
@@ -442,12 +505,40 @@ void MainWindow::showPreferences() {
 }
 
 void MainWindow::showAbout() {
-    QMessageBox::about(
-        this, tr("About %1").arg(AppInfo::productName()),
-        tr("<h3>%1 %2</h3><p>Publishes a website kept in a git repository to a web server over "
-           "FTP, FTP with TLS or SFTP: only what changed since the last deployment.</p>"
-           "<p>Updates come from your package manager.</p>")
-            .arg(AppInfo::productName(), AppInfo::version()));
+    AboutBox::show(this);
+}
+
+void MainWindow::showDocumentation() {
+    QDesktopServices::openUrl(QUrl(AboutBox::documentationUrl()));
+}
+
+void MainWindow::activate() {
+    if (isMinimized())
+        showNormal();
+    show();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::chooseFolderAgain() {
+    const int row = m_sidebar->currentRow();
+    const auto sites = Sites().loadAll();
+    if (!sites || row < 0 || row >= sites->size())
+        return;
+    OpenPanelRequest panel;
+    panel.title = tr("Choose the Repository Folder");
+    panel.message = tr("Choose the folder of the site's git repository.");
+    panel.canChooseFiles = false;
+    panel.canChooseDirectories = true;
+    SitePtr site = sites->at(row);
+    panel.directory = site->localPath.value_or(QString());
+    const std::optional<QString> chosen = m_interaction.runOpenPanel(panel);
+    if (!chosen)
+        return;
+    site->localPath = *chosen;
+    if (const auto bookmark = SecurityBookmarkManager::bookmarkFor(*chosen))
+        site->bookmarkData = bookmark;
+    SiteListActions::replace(row, site);
 }
 
 void MainWindow::showLogFolder() {
@@ -466,6 +557,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         }
         m_controller->abortDeploy();
     }
+    WindowState::save(*this, *m_splitter);
     event->accept();
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "ElidedLabel.h"
 #include "WidgetInteraction.h"
+#include "deploy/DeployOutcome.h"
 #include "deploy/DeployView.h"
+#include "deploy/RunSummary.h"
 
 #include <QMainWindow>
 
@@ -10,6 +13,7 @@
 class QAction;
 class QLabel;
 class QPushButton;
+class QSplitter;
 class QStackedWidget;
 
 namespace tw {
@@ -38,6 +42,12 @@ public:
     QPushButton* deployButton() const { return m_deployButton; }
     QLabel* lastDeploymentLabel() const { return m_lastDeploymentLabel; }
     QLabel* warningLabel() const { return m_warningLabel; }
+    ElidedLabel* siteLabel() const { return m_siteLabel; }
+    // What the last connection test found (the sentence; curl's text in the tool tip).
+    ElidedLabel* connectionLabel() const { return m_connectionLabel; }
+    // What the last run did ("Deployed: 4 files reached the server. ...").
+    QLabel* runResultLabel() const { return m_runResultLabel; }
+    QSplitter* splitter() const { return m_splitter; }
     ProgressViewController* progressSheet() const { return m_progress.get(); }
     // Whether the file table (rather than the placeholder) is showing.
     bool isShowingFiles() const;
@@ -73,14 +83,27 @@ public:
     void showPreferences();
     void showAbout();
     void showLogFolder();
+    void showDocumentation();
+    // Chooses the current site's repository folder again (it is gone).
+    void chooseFolderAgain();
+    // Shows the window in front of others (a second start asked for it).
+    void activate();
+
+    // A failure the core reports ("An error occured!" with curl's text) as
+    // the window shows it: a sentence, curl's text under the details and,
+    // during a run, how many files reached the server.
+    AlertRequest explained(const AlertRequest& alert) const;
 
 protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    void buildMenus();
     void updateLabels();
     void updateActions();
+    void updateFix();
+    void readinessChanged();
+    void runEnded(DeployOutcome outcome, const RunSummary& summary);
+    void showConnectionResult(const std::optional<QString>& error);
 
     WidgetInteraction m_interaction;
     std::unique_ptr<ViewController> m_controller;
@@ -90,8 +113,11 @@ private:
     FileListPanel* m_filePanel = nullptr;
     EmptyTablePlaceholder* m_placeholder = nullptr;
     QStackedWidget* m_stack = nullptr;
-    QLabel* m_siteLabel = nullptr;
-    QLabel* m_lastDeploymentLabel = nullptr;
+    ElidedLabel* m_siteLabel = nullptr;
+    ElidedLabel* m_lastDeploymentLabel = nullptr;
+    ElidedLabel* m_connectionLabel = nullptr;
+    QLabel* m_runResultLabel = nullptr;
+    QSplitter* m_splitter = nullptr;
     QLabel* m_warningSign = nullptr;
     QLabel* m_warningLabel = nullptr;
     QPushButton* m_deployButton = nullptr;

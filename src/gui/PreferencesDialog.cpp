@@ -57,6 +57,8 @@ PreferencesDialog::PreferencesDialog(QWidget* parent)
     m_version->setWordWrap(true);
 
     auto* form = new QFormLayout;
+    m_maxConnections->setAccessibleName(tr("Simultaneous connections"));
+    m_environmentPaths->setAccessibleName(tr("Script PATH"));
     form->addRow(tr("Simultaneous connections:"), m_maxConnections);
     form->addRow(tr("File list:"), m_showFullPath);
     form->addRow(tr("Script PATH:"), m_environmentPaths);

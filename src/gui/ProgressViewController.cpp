@@ -1,5 +1,6 @@
 #include "ProgressViewController.h"
 
+#include "RunMessages.h"
 #include "deploy/NotificationHub.h"
 
 #include <QCloseEvent>
@@ -56,6 +57,10 @@ ProgressViewController::ProgressViewController(QWidget* parent)
     m_preProgressBar->setTextVisible(false);
     m_preProgressBar->hide();
 
+    m_countLabel = new QLabel(this);
+    m_countLabel->setObjectName(QStringLiteral("fileCountLabel"));
+    m_countLabel->setTextFormat(Qt::PlainText);
+
     m_currentFileTextField = new QLabel(this);
     m_currentFileTextField->setObjectName(QStringLiteral("currentFileTextField"));
     m_currentFileTextField->setTextFormat(Qt::PlainText);
@@ -64,6 +69,9 @@ ProgressViewController::ProgressViewController(QWidget* parent)
     QFont fileFont = m_currentFileTextField->font();
     fileFont.setPointSizeF(fileFont.pointSizeF() * 0.9);
     m_currentFileTextField->setFont(fileFont);
+    m_currentFileTextField->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_progressBar->setAccessibleName(tr("Files sent"));
+    m_preProgressBar->setAccessibleName(tr("Working"));
 
     m_abortButton = new QPushButton(tr("Abort"), this);
     m_abortButton->setObjectName(QStringLiteral("abortButton"));
@@ -79,6 +87,7 @@ ProgressViewController::ProgressViewController(QWidget* parent)
     layout->addWidget(m_textField);
     layout->addWidget(m_progressBar);
     layout->addWidget(m_preProgressBar);
+    layout->addWidget(m_countLabel);
     layout->addWidget(m_currentFileTextField);
     layout->addSpacing(6);
     layout->addLayout(buttons);
@@ -113,6 +122,10 @@ int ProgressViewController::stallTimerInterval() const {
 }
 
 void ProgressViewController::present() {
+    m_countDone = 0;
+    m_countTotal = 0;
+    m_countLabel->setText(tr("Preparing\u2026"));
+    m_currentFileTextField->clear();
     show();
     raise();
     viewDidLoad();
@@ -220,9 +233,30 @@ void ProgressViewController::setDelegate(ProgressViewDelegate* delegate) {
     m_delegate = delegate;
 }
 
+void ProgressViewController::setFileCount(qsizetype done, qsizetype total) {
+    m_countDone = done;
+    m_countTotal = total;
+    m_lastUpdate = now();
+    if (total <= 0) {
+        m_countLabel->setText(tr("No files to send"));
+        return;
+    }
+    const int percent = RunMessages::percent(done, total);
+    m_countLabel->setText(tr("%1 \u00b7 %2 %").arg(RunMessages::fileCount(done, total)).arg(percent));
+    if (done > 0) {
+        showDeterminate(true);
+        m_textField->setText(tr("Deploying files..."));
+    }
+    m_progressBar->setValue(percent);
+}
+
 void ProgressViewController::setProgressValue(double value) {
     m_progressValue = value;
-    m_progressBar->setValue(clampedBarValue(value, m_progressBar->minimum(), m_progressBar->maximum()));
+    // With a count of files the bar shows it; the finish shows it full.
+    const int bar = m_countTotal > 0 && value < barMaximum
+                        ? RunMessages::percent(m_countDone, m_countTotal)
+                        : clampedBarValue(value, m_progressBar->minimum(), m_progressBar->maximum());
+    m_progressBar->setValue(bar);
     emit progressValueChanged(value);
 }
 

@@ -74,6 +74,13 @@ public:
     QProgressBar* progressBar() const { return m_progressBar; }
     QProgressBar* preProgressBar() const { return m_preProgressBar; }
     QLabel* currentFileTextField() const { return m_currentFileTextField; }
+    // "3 of 10 files · 30 %", from the run's count of files done.
+    QLabel* countLabel() const { return m_countLabel; }
+
+    // Files the run has sent and the number it is to send (the deploy
+    // controller's progressChanged). Once a count is known the bar follows
+    // it, so the bar and the rows' statuses agree.
+    void setFileCount(qsizetype done, qsizetype total);
     QPushButton* abortButton() const { return m_abortButton; }
 
     // For tests: the clock (seconds), the stall timer's interval and the
@@ -115,7 +122,10 @@ private:
     QProgressBar* m_progressBar = nullptr;
     QProgressBar* m_preProgressBar = nullptr;
     QLabel* m_currentFileTextField = nullptr;
+    QLabel* m_countLabel = nullptr;
     QPushButton* m_abortButton = nullptr;
+    qsizetype m_countDone = 0;
+    qsizetype m_countTotal = 0;
     QTimer* m_timer = nullptr;
     ProgressViewDelegate* m_delegate = nullptr;
 

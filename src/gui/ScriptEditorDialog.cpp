@@ -1,5 +1,6 @@
 #include "ScriptEditorDialog.h"
 
+#include "ThemeColors.h"
 #include "deploy/ScriptRunner.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
@@ -10,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
@@ -78,6 +80,10 @@ ScriptEditorDialog::ScriptEditorDialog(SitePtr site, QWidget* parent)
         }
         m_editors[i] = scriptEditor(page);
         m_editors[i]->setPlainText(texts[i].value_or(QString()));
+        m_editors[i]->setAccessibleName(titles[i]);
+        if (m_connections[i])
+            m_connections[i]->setAccessibleName(tr("SSH connection, %1").arg(titles[i]));
+        m_editors[i]->document()->setModified(false);
         layout->addWidget(m_editors[i], 1);
         m_tabs->addTab(page, titles[i]);
     }
@@ -102,6 +108,7 @@ ScriptEditorDialog::ScriptEditorDialog(SitePtr site, QWidget* parent)
     consoleBar->addWidget(m_runButton);
     m_console = new QPlainTextEdit(consoleBox);
     m_console->setObjectName(QStringLiteral("console"));
+    m_console->setAccessibleName(tr("Console"));
     m_console->setReadOnly(true);
     m_console->setFont(monospaced());
     m_console->setMaximumBlockCount(20000);
@@ -206,9 +213,35 @@ bool ScriptEditorDialog::save() {
     return false;
 }
 
+bool ScriptEditorDialog::hasChanges() const {
+    const QString connections[ScriptCount] = {QString(), QString(),
+                                              m_site->remotePreConnectionString.value_or(QString()),
+                                              m_site->remotePostConnectionString.value_or(QString())};
+    for (int i = 0; i < ScriptCount; ++i) {
+        if (m_editors[i]->document()->isModified())
+            return true;
+        if (m_connections[i] && m_connections[i]->text() != connections[i])
+            return true;
+    }
+    return false;
+}
+
+void ScriptEditorDialog::reject() {
+    if (hasChanges()) {
+        QMessageBox box(QMessageBox::Warning, windowTitle(), tr("Discard the changes to the scripts?"),
+                        QMessageBox::Cancel | QMessageBox::Discard, this);
+        box.setInformativeText(tr("What you changed in the editor is lost."));
+        box.setDefaultButton(QMessageBox::Cancel);
+        box.setEscapeButton(QMessageBox::Cancel);
+        if (box.exec() != QMessageBox::Discard)
+            return;
+    }
+    QDialog::reject();
+}
+
 void ScriptEditorDialog::accept() {
     if (!save()) {
-        m_status->setStyleSheet(QStringLiteral("color: #c01c28;"));
+        m_status->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::errorText(palette())));
         m_status->setText(tr("The site is no longer in the site list; the scripts were not saved."));
         return;
     }

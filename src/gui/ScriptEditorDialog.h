@@ -58,6 +58,11 @@ signals:
     void saved(qsizetype index);
 
 protected:
+public:
+    // Escape and Cancel: asks first when a script or connection was changed.
+    void reject() override;
+    bool hasChanges() const;
+
 private:
     void runFinishedWith(const QString& result, const std::optional<Error>& error);
 

@@ -1,14 +1,14 @@
 #include "SiteEditorDialog.h"
 
+#include "ConnectionTestRow.h"
 #include "SiteConnectionTester.h"
+#include "ThemeColors.h"
 #include "app/Preferences.h"
 #include "app/UserInteraction.h"
 #include "git/SiteManager.h"
-#include "keychain/TWPasswords.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
-#include "model/TWUtilities.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -22,6 +22,9 @@
 #include <QListWidget>
 #include <QPointer>
 #include <QPushButton>
+#include <QRegularExpressionValidator>
+#include <QSet>
+#include <QStyle>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -40,9 +43,19 @@ QLabel* problemLabel(QWidget* parent) {
     auto* label = new QLabel(parent);
     label->setWordWrap(true);
     label->setTextFormat(Qt::PlainText);
-    label->setStyleSheet(QStringLiteral("color: #c01c28;"));
+    label->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::errorText(parent->palette())));
     label->hide();
     return label;
+}
+
+// Whether the person changed anything the dialog edits.
+bool sameEdits(const SiteForm& a, const SiteForm& b) {
+    return a.name == b.name && a.localPath == b.localPath && a.syncRootPath == b.syncRootPath &&
+           a.protocol == b.protocol && a.host == b.host && a.port == b.port && a.username == b.username &&
+           a.password == b.password && a.sshKeyPath == b.sshKeyPath && a.passphrase == b.passphrase &&
+           a.passiveMode == b.passiveMode && a.remotePath == b.remotePath &&
+           a.deployBranch == b.deployBranch && a.autoDeploy == b.autoDeploy &&
+           a.mandatoryFiles == b.mandatoryFiles && a.ignoredFiles == b.ignoredFiles;
 }
 
 QString withoutFileScheme(QString path) {
@@ -72,8 +85,47 @@ SiteEditorDialog::SiteEditorDialog(SitePtr site, UserInteraction& interaction, Q
     layout->addWidget(m_tabs);
     layout->addWidget(buttons);
 
+    // Names for screen readers; the labels of the form sit beside wrappers.
+    const std::pair<QWidget*, QString> names[] = {{m_name, tr("Name")},
+                                                  {m_localPath, tr("Repository")},
+                                                  {m_syncRoot, tr("Deploy folder")},
+                                                  {m_deployBranch, tr("Deploy branch")},
+                                                  {m_protocol, tr("Protocol")},
+                                                  {m_host, tr("Host")},
+                                                  {m_port, tr("Port")},
+                                                  {m_username, tr("User name")},
+                                                  {m_password, tr("Password")},
+                                                  {m_sshKey, tr("Private key")},
+                                                  {m_passphrase, tr("Pass phrase")},
+                                                  {m_remotePath, tr("Remote path")},
+                                                  {m_mandatory, tr("Always upload")},
+                                                  {m_ignored, tr("Never upload")}};
+    for (const auto& [widget, name] : names)
+        widget->setAccessibleName(name);
+    m_port->setValidator(
+        new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[0-9]{0,5}")), m_port));
+
     m_loaded = SiteForm::fromSite(*m_site);
     setForm(m_loaded);
+    m_original = form();
+}
+
+void SiteEditorDialog::reject() {
+    if (hasChanges()) {
+        AlertRequest alert;
+        alert.style = AlertStyle::Warning;
+        alert.message = tr("Discard the changes to this site?");
+        alert.informativeText = tr("What you changed in the editor is lost.");
+        // Cancel first: the default button keeps the editor open.
+        alert.buttons = {tr("Cancel"), tr("Discard Changes")};
+        if (m_interaction.runModal(alert) != 1)
+            return;
+    }
+    QDialog::reject();
+}
+
+bool SiteEditorDialog::hasChanges() const {
+    return !sameEdits(form(), m_original);
 }
 
 SiteEditorDialog::~SiteEditorDialog() {
@@ -184,21 +236,10 @@ QWidget* SiteEditorDialog::buildServerTab() {
     m_remotePath->setToolTip(tr("The folder on the server the files go to"));
     m_serverForm->addRow(tr("Remote path:"), withProblem(SiteField::RemotePath, m_remotePath, ServerTab));
 
-    m_testButton = new QPushButton(tr("Test Connection"), page);
-    m_testButton->setObjectName(QStringLiteral("testConnectionButton"));
-    m_testButton->setAutoDefault(false);
-    connect(m_testButton, &QPushButton::clicked, this, &SiteEditorDialog::testConnection);
-    m_testResult = new QLabel(page);
-    m_testResult->setObjectName(QStringLiteral("connectionTestResult"));
-    m_testResult->setWordWrap(true);
-    m_testResult->setTextFormat(Qt::PlainText);
-    m_testResult->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    auto* testRow = new QWidget(page);
-    auto* testLayout = new QHBoxLayout(testRow);
-    testLayout->setContentsMargins(0, 6, 0, 0);
-    testLayout->addWidget(m_testButton, 0, Qt::AlignTop);
-    testLayout->addWidget(m_testResult, 1);
-    m_serverForm->addRow(QString(), testRow);
+    m_testRow = new ConnectionTestRow(page);
+    connect(m_testRow, &ConnectionTestRow::clicked, this, &SiteEditorDialog::testConnection);
+    connect(m_testRow, &ConnectionTestRow::finished, this, &SiteEditorDialog::connectionTestFinished);
+    m_serverForm->addRow(QString(), m_testRow);
     setConnectionTester(SiteConnectionTester::tester());
     return page;
 }
@@ -322,6 +363,26 @@ void SiteEditorDialog::clearProblems() {
         row.problem->clear();
         row.problem->hide();
     }
+    markTabs();
+}
+
+// A tab that holds a problem carries the warning sign and says so.
+void SiteEditorDialog::markTabs() {
+    QSet<int> withProblems;
+    for (const FieldRow& row : std::as_const(m_rows)) {
+        if (!row.problem->text().isEmpty())
+            withProblems.insert(row.tab);
+    }
+    const QIcon warning = style()->standardIcon(QStyle::SP_MessageBoxWarning);
+    for (int tab = 0; tab < m_tabs->count(); ++tab) {
+        const bool marked = withProblems.contains(tab);
+        m_tabs->setTabIcon(tab, marked ? warning : QIcon());
+        m_tabs->setTabToolTip(tab, marked ? tr("A setting on this page needs attention") : QString());
+    }
+}
+
+bool SiteEditorDialog::isTabMarked(int tab) const {
+    return !m_tabs->tabIcon(tab).isNull();
 }
 
 QString SiteEditorDialog::problemText(SiteField field) const {
@@ -334,6 +395,7 @@ QList<FieldProblem> SiteEditorDialog::validate() {
     const QList<FieldProblem> problems = form().validate();
     for (const FieldProblem& problem : problems)
         showProblem(problem.field, problem.message);
+    markTabs();
     if (!problems.isEmpty()) {
         const auto row = m_rows.constFind(key(problems.constFirst().field));
         if (row != m_rows.constEnd()) {
@@ -369,6 +431,7 @@ bool SiteEditorDialog::save() {
         SiteListActions::replace(index, m_site);
     }
     m_loaded = filled;
+    m_original = form();
     setWindowTitle(tr("Edit Site"));
     emit siteSaved(index);
     return true;
@@ -499,6 +562,8 @@ void SiteEditorDialog::protocolChanged() {
     m_serverForm->setRowVisible(m_passphrase, sftp);
     m_serverForm->setRowVisible(m_passiveMode, protocol == u"FTP");
     m_port->setPlaceholderText(SiteForm::defaultPort(protocol));
+    // A result found with another protocol says nothing about this one.
+    m_testRow->clearResult();
 }
 
 bool SiteEditorDialog::isFieldOffered(SiteField field) const {
@@ -520,14 +585,11 @@ QString SiteEditorDialog::portPlaceholder() const {
 }
 
 void SiteEditorDialog::setConnectionTester(ConnectionTester tester) {
-    m_tester = std::move(tester);
-    m_testButton->setEnabled(static_cast<bool>(m_tester) && !m_testing);
-    m_testButton->setToolTip(m_tester ? tr("Uploads a small file named .test to the remote path")
-                                      : tr("The connection test is not available"));
+    m_testRow->setTester(std::move(tester));
 }
 
 void SiteEditorDialog::testConnection() {
-    if (!m_tester || m_testing)
+    if (!m_testRow->hasTester() || m_testRow->isTesting())
         return;
     clearProblems();
     // The server fields must make sense; the rest of the form may wait.
@@ -542,57 +604,17 @@ void SiteEditorDialog::testConnection() {
         }
     }
     if (!usable) {
-        m_testResult->setStyleSheet(QStringLiteral("color: #c01c28;"));
-        m_testResult->setText(tr("Correct the server settings first."));
+        m_testRow->showRefusal(tr("Correct the server settings first."));
         return;
     }
 
-    // The test runs on a copy of the site under an id of its own, so the
-    // password typed here is used without replacing the stored one.
-    SitePtr probe = m_site->copy();
-    probe->generateSiteId();
     const SiteForm filled = form();
-    probe->protocol = filled.protocol;
-    probe->host = filled.host.trimmed();
-    probe->port = filled.port.isEmpty() ? std::nullopt : std::optional<QString>(filled.port);
-    probe->username = filled.username;
-    probe->sshKeyPath =
-        filled.sshKeyPath.isEmpty() ? std::nullopt : std::optional<QString>(filled.sshKeyPath);
-    probe->passiveMode = filled.passiveMode;
-    probe->remotePath = TWUtilities::fixSlashes(filled.remotePath);
-    const QString probeId = probe->siteId();
-    TWPasswords::setPassword(
-        filled.password.isEmpty() ? std::nullopt : std::optional<QString>(filled.password), probeId);
-    TWPasswords::setPassphrase(
-        filled.passphrase.isEmpty() ? std::nullopt : std::optional<QString>(filled.passphrase), probeId);
-
-    m_testing = true;
-    m_testButton->setEnabled(false);
-    m_testResult->setStyleSheet(QString());
-    m_testResult->setText(tr("Connecting to %1\u2026").arg(*probe->host));
-    QPointer<SiteEditorDialog> self(this);
-    m_tester(probe, [self, probeId](const std::optional<QString>& error) {
-        TWPasswords::setPassword(std::nullopt, probeId);
-        TWPasswords::setPassphrase(std::nullopt, probeId);
-        if (!self)
-            return;
-        self->m_testing = false;
-        self->m_testButton->setEnabled(static_cast<bool>(self->m_tester));
-        QString message;
-        if (error) {
-            message = tr("The connection failed: %1").arg(error->isEmpty() ? tr("no reason given") : *error);
-            self->m_testResult->setStyleSheet(QStringLiteral("color: #c01c28;"));
-        } else {
-            message = tr("The connection works: the server took a test file.");
-            self->m_testResult->setStyleSheet(QStringLiteral("color: #26a269;"));
-        }
-        self->m_testResult->setText(message);
-        emit self->connectionTestFinished(!error.has_value(), message);
-    });
+    const SitePtr probe = ConnectionTestRow::probeFor(*m_site, filled);
+    m_testRow->run(probe, filled.password, filled.passphrase);
 }
 
 QString SiteEditorDialog::connectionTestResult() const {
-    return m_testResult->text();
+    return m_testRow->resultText();
 }
 
 void SiteEditorDialog::siteManagerDidFailWithError(const Error& error) {

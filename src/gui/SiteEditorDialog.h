@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ConnectionTestRow.h"
 #include "editor/SiteForm.h"
 #include "git/SiteManagerDelegate.h"
 #include "model/Site.h"
@@ -35,8 +36,7 @@ class SiteEditorDialog : public QDialog, public SiteManagerDelegate {
 public:
     // Runs the connection test for a site and calls done once, on the main
     // thread, with the error text or nothing.
-    using ConnectionTester = std::function<void(
-        const SitePtr& site, std::function<void(const std::optional<QString>& error)> done)>;
+    using ConnectionTester = ConnectionTestRow::Tester;
 
     // The interaction answers the folder and file pickers and shows alerts;
     // it must outlive the dialog.
@@ -104,11 +104,16 @@ public:
     QLineEdit* remotePathField() const { return m_remotePath; }
     QComboBox* deployBranchField() const { return m_deployBranch; }
     QCheckBox* autoDeployField() const { return m_autoDeploy; }
-    QPushButton* testConnectionButton() const { return m_testButton; }
+    QPushButton* testConnectionButton() const { return m_testRow->button(); }
     QTabWidget* tabs() const { return m_tabs; }
 
     // Saves first; stays open when saving fails.
     void accept() override;
+    // Escape and Cancel: asks first when something was changed.
+    void reject() override;
+    bool hasChanges() const;
+    // Whether a tab carries the mark of a problem on it.
+    bool isTabMarked(int tab) const;
 
 signals:
     // The site was stored at this index of the site list.
@@ -132,6 +137,7 @@ private:
     QWidget* withProblem(SiteField field, QWidget* fieldWidget, int tab);
     void showProblem(SiteField field, const QString& text);
     void clearProblems();
+    void markTabs();
     void protocolChanged();
     void checkBookmark();
     void setEditing(bool editing);
@@ -142,7 +148,6 @@ private:
     ConnectionTester m_tester;
     QHash<int, FieldRow> m_rows; // by SiteField
     bool m_bookmarkChecked = false;
-    bool m_testing = false;
 
     QTabWidget* m_tabs = nullptr;
     QFormLayout* m_serverForm = nullptr;
@@ -161,12 +166,13 @@ private:
     QLineEdit* m_passphrase = nullptr;
     QCheckBox* m_passiveMode = nullptr;
     QLineEdit* m_remotePath = nullptr;
-    QPushButton* m_testButton = nullptr;
-    QLabel* m_testResult = nullptr;
+    ConnectionTestRow* m_testRow = nullptr;
     QListWidget* m_mandatory = nullptr;
     QListWidget* m_ignored = nullptr;
     // Texts of the form that this dialog does not edit (the scripts).
     SiteForm m_loaded;
+    // The form as shown at the start or the last save.
+    SiteForm m_original;
 };
 
 } // namespace tw

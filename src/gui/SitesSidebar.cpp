@@ -22,14 +22,19 @@ namespace {
 const QString collapsedKey = QStringLiteral("sitesCollapsed");
 const QString currentKey = QStringLiteral("currentSiteIndex");
 
-QToolButton* toolButton(const QString& themeIcon, const QString& fallback, const QString& toolTip,
+// An icon button: the theme's icon, else the application's own drawing in
+// the palette's text colour; its name for screen readers.
+QToolButton* toolButton(const QString& iconName, const QString& name, const QString& toolTip,
                         QWidget* parent) {
     auto* button = new QToolButton(parent);
-    const QIcon icon = QIcon::fromTheme(themeIcon);
-    if (icon.isNull())
-        button->setText(fallback);
-    else
-        button->setIcon(icon);
+    const QIcon themed = QIcon::fromTheme(iconName);
+    button->setIcon(themed.isNull()
+                        ? ImageResources::tintedIcon(iconName, parent->palette().color(QPalette::ButtonText))
+                        : themed);
+    button->setProperty("ownIcon", themed.isNull() ? iconName : QString());
+    button->setText(name);
+    button->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    button->setAccessibleName(name);
     button->setToolTip(toolTip);
     button->setAutoRaise(true);
     return button;
@@ -58,11 +63,11 @@ SitesSidebar::SitesSidebar(UserInteraction& interaction, QWidget* parent)
     , m_interaction(interaction)
     , m_model(new SiteListModel(this))
     , m_list(new QListView(this))
-    , m_addButton(toolButton(QStringLiteral("list-add"), QStringLiteral("+"), tr("Add a site"), this))
+    , m_addButton(toolButton(QStringLiteral("list-add"), tr("Add site"), tr("Add a site"), this))
     , m_duplicateButton(
-          toolButton(QStringLiteral("edit-copy"), tr("Duplicate"), tr("Duplicate the site"), this))
+          toolButton(QStringLiteral("edit-copy"), tr("Duplicate site"), tr("Duplicate the site"), this))
     , m_removeButton(
-          toolButton(QStringLiteral("list-remove"), QStringLiteral("\u2212"), tr("Delete the site"), this))
+          toolButton(QStringLiteral("list-remove"), tr("Remove site"), tr("Delete the site (Delete)"), this))
     , m_toggleAction(new QAction(tr("Show Sites"), this)) {
     setObjectName(QStringLiteral("sitesSidebar"));
     m_addButton->setObjectName(QStringLiteral("addSiteButton"));
@@ -70,6 +75,7 @@ SitesSidebar::SitesSidebar(UserInteraction& interaction, QWidget* parent)
     m_removeButton->setObjectName(QStringLiteral("removeSiteButton"));
 
     m_list->setObjectName(QStringLiteral("sitesList"));
+    m_list->setAccessibleName(tr("Sites"));
     m_list->setModel(m_model);
     m_list->setItemDelegate(new SiteItemDelegate(m_list));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -183,8 +189,9 @@ bool SitesSidebar::removeSite(int row) {
         name.isEmpty() ? tr("Delete this site?") : tr("Delete the site \u201c%1\u201d?").arg(name);
     alert.informativeText = tr("Its settings, scripts and stored password are removed from this computer. "
                                "Nothing on the server is changed.");
-    alert.buttons = {tr("Delete"), tr("Cancel")};
-    if (m_interaction.runModal(alert) != 0)
+    // Cancel first: it is the default button, so Return keeps the site.
+    alert.buttons = {tr("Cancel"), tr("Delete")};
+    if (m_interaction.runModal(alert) != 1)
         return false;
     bool removed = false;
     {

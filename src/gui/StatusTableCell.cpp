@@ -6,6 +6,8 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include <cmath>
+
 namespace tw {
 
 StatusTableCell::StatusTableCell(QObject* parent)
@@ -24,6 +26,38 @@ std::optional<QColor> StatusTableCell::badgeColor(const QString& gitStatus) {
         return faint;
     }
     return std::nullopt;
+}
+
+namespace {
+
+double luminance(const QColor& color) {
+    auto channel = [](double value) {
+        return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
+           0.0722 * channel(color.blueF());
+}
+
+} // namespace
+
+double StatusTableCell::contrastRatio(const QColor& a, const QColor& b) {
+    const double la = luminance(a);
+    const double lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QColor StatusTableCell::composited(const QColor& over, const QColor& background) {
+    const double alpha = over.alphaF();
+    return QColor::fromRgbF(static_cast<float>(over.redF() * alpha + background.redF() * (1 - alpha)),
+                            static_cast<float>(over.greenF() * alpha + background.greenF() * (1 - alpha)),
+                            static_cast<float>(over.blueF() * alpha + background.blueF() * (1 - alpha)));
+}
+
+QColor StatusTableCell::letterColor(const QString& gitStatus, const QColor& background) {
+    const QColor fill = composited(badgeColor(gitStatus).value_or(background), background);
+    const QColor black(Qt::black);
+    const QColor white(Qt::white);
+    return contrastRatio(black, fill) >= contrastRatio(white, fill) ? black : white;
 }
 
 void StatusTableCell::paintBadge(QPainter* painter, const QRectF& bounds,
@@ -68,7 +102,9 @@ void StatusTableCell::paint(QPainter* painter, const QStyleOptionViewItem& optio
         QFont bold = option.font;
         bold.setBold(true);
         painter->setFont(bold);
-        painter->setPen(*gitStatus == u"-" ? option.palette.color(QPalette::Text) : QColor(Qt::white));
+        const bool selected = option.state & QStyle::State_Selected;
+        const QColor background = option.palette.color(selected ? QPalette::Highlight : QPalette::Base);
+        painter->setPen(letterColor(*gitStatus, background));
         painter->drawText(badge, Qt::AlignCenter, *gitStatus);
     }
     painter->restore();

@@ -26,6 +26,15 @@ public:
     // file without a letter fills with the painter's current brush.
     static void paintBadge(QPainter* painter, const QRectF& bounds, const std::optional<QString>& gitStatus);
 
+    // The letter's colour on its badge: black or white, whichever stands out
+    // more from the badge as it shows over the given background (the faint
+    // badge of "-" lets the background through).
+    static QColor letterColor(const QString& gitStatus, const QColor& background);
+    // The WCAG contrast ratio of two opaque colours (1 to 21).
+    static double contrastRatio(const QColor& a, const QColor& b);
+    // A colour with alpha laid over an opaque background.
+    static QColor composited(const QColor& over, const QColor& background);
+
     static constexpr qreal cornerRadius = 3.0;
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option,

@@ -3,11 +3,15 @@
 #include "app/AppInfo.h"
 
 #include <QAbstractButton>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
+#include <QTimer>
 
+#include <algorithm>
 #include <memory>
 
 namespace tw {
@@ -26,7 +30,24 @@ QStringList titlesOf(const AlertRequest& alert) {
     return alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
 }
 
-QMessageBox* makeBox(const AlertRequest& alert, QWidget* parent, QList<QAbstractButton*>* buttons) {
+QString logFolderTitle() {
+    return QCoreApplication::translate("WidgetInteraction", "Open Log Folder");
+}
+
+// Keeps the box within the screen it shows on.
+void keepOnScreen(QMessageBox* box) {
+    QScreen* screen = box->screen();
+    if (!screen)
+        return;
+    const QRect available = screen->availableGeometry();
+    box->setMaximumHeight(available.height());
+    if (box->height() > available.height())
+        box->resize(box->width(), available.height());
+}
+
+QMessageBox* makeBox(const AlertRequest& request, QWidget* parent, QList<QAbstractButton*>* buttons,
+                     QAbstractButton** logButton, bool offerLogFolder) {
+    const AlertRequest alert = WidgetInteraction::fitted(request);
     auto* box = new QMessageBox(parent);
     box->setWindowTitle(AppInfo::productName());
     switch (alert.style) {
@@ -42,6 +63,9 @@ QMessageBox* makeBox(const AlertRequest& alert, QWidget* parent, QList<QAbstract
     }
     box->setText(alert.message);
     box->setInformativeText(alert.informativeText);
+    box->setTextFormat(Qt::PlainText);
+    if (!alert.detailedText.isEmpty())
+        box->setDetailedText(alert.detailedText);
     const QStringList titles = titlesOf(alert);
     const qsizetype escape = escapeIndex(titles);
     for (qsizetype i = 0; i < titles.size(); ++i) {
@@ -54,6 +78,12 @@ QMessageBox* makeBox(const AlertRequest& alert, QWidget* parent, QList<QAbstract
             box->setDefaultButton(button);
     }
     box->setEscapeButton(buttons->at(escape));
+    const bool mentionsLog = std::any_of(titles.begin(), titles.end(), [](const QString& title) {
+        return title.contains(QStringLiteral("log"), Qt::CaseInsensitive);
+    });
+    if (offerLogFolder && !alert.detailedText.isEmpty() && !mentionsLog)
+        *logButton = box->addButton(logFolderTitle(), QMessageBox::HelpRole);
+    QTimer::singleShot(0, box, [box] { keepOnScreen(box); });
     return box;
 }
 
@@ -64,24 +94,49 @@ int indexOf(const QList<QAbstractButton*>& buttons, QAbstractButton* clicked, qs
 
 } // namespace
 
+AlertRequest WidgetInteraction::fitted(const AlertRequest& alert) {
+    AlertRequest shown = alert;
+    const QString text = alert.informativeText.trimmed();
+    if (text.size() <= maximumInformativeLength && text.count(QLatin1Char('\n')) < maximumInformativeLines)
+        return shown;
+    QString first = text.section(QLatin1Char('\n'), 0, 0).trimmed();
+    if (first.size() > maximumInformativeLength / 2) {
+        const qsizetype cut = first.lastIndexOf(QLatin1Char(' '), maximumInformativeLength / 2);
+        first = first.left(cut > 0 ? cut : maximumInformativeLength / 2) + QChar(0x2026);
+    }
+    shown.informativeText = first;
+    shown.detailedText =
+        alert.detailedText.isEmpty() ? text : text + QStringLiteral("\n\n") + alert.detailedText;
+    return shown;
+}
+
 int WidgetInteraction::runModal(const AlertRequest& alert) {
     QList<QAbstractButton*> buttons;
-    std::unique_ptr<QMessageBox> box(makeBox(alert, m_window, &buttons));
+    QAbstractButton* logButton = nullptr;
+    std::unique_ptr<QMessageBox> box(
+        makeBox(alert, m_window, &buttons, &logButton, static_cast<bool>(m_openLogFolder)));
     box->exec();
+    if (logButton && box->clickedButton() == logButton)
+        m_openLogFolder();
     return indexOf(buttons, box->clickedButton(), escapeIndex(titlesOf(alert)));
 }
 
 void WidgetInteraction::beginSheet(const AlertRequest& alert, std::function<void(int button)> completion) {
     auto buttons = std::make_shared<QList<QAbstractButton*>>();
-    QMessageBox* box = makeBox(alert, m_window, buttons.get());
+    QAbstractButton* logButton = nullptr;
+    QMessageBox* box =
+        makeBox(alert, m_window, buttons.get(), &logButton, static_cast<bool>(m_openLogFolder));
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(m_window ? Qt::WindowModal : Qt::ApplicationModal);
     const qsizetype escape = escapeIndex(titlesOf(alert));
-    QObject::connect(box, &QMessageBox::finished, box,
-                     [box, buttons, escape, completion = std::move(completion)] {
-                         if (completion)
-                             completion(indexOf(*buttons, box->clickedButton(), escape));
-                     });
+    QObject::connect(
+        box, &QMessageBox::finished, box,
+        [box, buttons, escape, logButton, opener = m_openLogFolder, completion = std::move(completion)] {
+            if (logButton && box->clickedButton() == logButton && opener)
+                opener();
+            if (completion)
+                completion(indexOf(*buttons, box->clickedButton(), escape));
+        });
     box->open();
 }
 

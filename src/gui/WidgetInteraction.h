@@ -10,7 +10,12 @@ namespace tw {
 // Asks the person through the desktop's dialogs: message boxes for alerts
 // (a sheet is a window-modal box over the window), file dialogs for panels.
 // Escape, or closing a box, answers its "Cancel" button, or the first button
-// when it has none.
+// when it has none. The first button is the default one.
+//
+// A box never grows taller than the screen: a long informative text moves
+// under "Show Details", its first line staying. An alert with details also
+// offers "Open Log Folder" when a way to open it was given; that button
+// answers as Escape does, after opening the folder.
 class WidgetInteraction : public UserInteraction {
 public:
     explicit WidgetInteraction(QWidget* window = nullptr)
@@ -18,6 +23,14 @@ public:
 
     void setWindow(QWidget* window) { m_window = window; }
     QWidget* window() const { return m_window; }
+    void setLogFolderOpener(std::function<void()> opener) { m_openLogFolder = std::move(opener); }
+
+    // The alert as the box shows it: a long informative text moved under the
+    // details.
+    static AlertRequest fitted(const AlertRequest& alert);
+    // The longest informative text shown as it is.
+    static constexpr qsizetype maximumInformativeLength = 600;
+    static constexpr qsizetype maximumInformativeLines = 8;
 
     int runModal(const AlertRequest& alert) override;
     void beginSheet(const AlertRequest& alert, std::function<void(int button)> completion) override;
@@ -26,6 +39,7 @@ public:
 
 private:
     QPointer<QWidget> m_window;
+    std::function<void()> m_openLogFolder;
 };
 
 } // namespace tw

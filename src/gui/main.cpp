@@ -1,6 +1,7 @@
 // tarnwell: the desktop application.
 #include "ImageResources.h"
 #include "MainWindow.h"
+#include "SingleInstance.h"
 #include "app/AppInfo.h"
 #include "app/Preferences.h"
 #include "app/ToolPaths.h"
@@ -10,6 +11,35 @@
 #include <QTimer>
 
 using namespace tw;
+
+namespace {
+
+// A dark palette of the Fusion style's kind, for looking at the window as
+// people with a dark theme see it.
+QPalette darkPalette() {
+    QPalette p;
+    const QColor window(45, 45, 48), base(30, 30, 32), text(230, 230, 230), disabled(130, 130, 130);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
+    p.setColor(QPalette::ToolTipBase, window);
+    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::PlaceholderText, QColor(150, 150, 150));
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, window);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::BrightText, Qt::red);
+    p.setColor(QPalette::Link, QColor(110, 170, 255));
+    p.setColor(QPalette::Highlight, QColor(53, 132, 228));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::Disabled, QPalette::Text, disabled);
+    p.setColor(QPalette::Disabled, QPalette::WindowText, disabled);
+    p.setColor(QPalette::Disabled, QPalette::ButtonText, disabled);
+    return p;
+}
+
+} // namespace
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
@@ -30,7 +60,20 @@ int main(int argc, char* argv[]) {
                                         QStringLiteral("Save a picture of the window to <file> and quit."),
                                         QStringLiteral("file"));
     parser.addOption(screenshot);
+    // Screenshots at several scales and palettes run side by side.
+    const QCommandLineOption dark(QStringLiteral("dark"),
+                                  QStringLiteral("Use a dark palette (for screenshots)."));
+    parser.addOption(dark);
     parser.process(app);
+
+    // One window per person: a second start brings the first to the front.
+    SingleInstance instance;
+    if (!parser.isSet(screenshot) && !instance.listen())
+        return 0;
+    if (parser.isSet(dark)) {
+        QApplication::setStyle(QStringLiteral("Fusion"));
+        QApplication::setPalette(darkPalette());
+    }
 
     Preferences& preferences = Preferences::instance();
     preferences.registerDefaultsFromResource();
@@ -40,6 +83,7 @@ int main(int argc, char* argv[]) {
     ToolPaths::logCurlVersion();
 
     MainWindow window;
+    QObject::connect(&instance, &SingleInstance::activationRequested, &window, &MainWindow::activate);
     window.show();
     window.load();
 

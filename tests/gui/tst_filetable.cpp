@@ -1,10 +1,13 @@
 #include "FileListPanel.h"
+#include "FileSortFilterModel.h"
 #include "FileTableModel.h"
+#include "StatusTableCell.h"
 #include "TestEnvironment.h"
 
 #include <QAbstractItemModelTester>
 #include <QCheckBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
@@ -110,9 +113,9 @@ private slots:
         // Rows 0 and 1: one checked, one not.
         QTableView* table = panel.tableView();
         QCOMPARE(table->selectionMode(), QAbstractItemView::ExtendedSelection);
-        table->selectionModel()->select(model.index(0, 0),
+        table->selectionModel()->select(table->model()->index(0, 0),
                                         QItemSelectionModel::Select | QItemSelectionModel::Rows);
-        table->selectionModel()->select(model.index(1, 0),
+        table->selectionModel()->select(table->model()->index(1, 0),
                                         QItemSelectionModel::Select | QItemSelectionModel::Rows);
         QCOMPARE(panel.selectedRows(), (QList<qsizetype>{0, 1}));
         QVERIFY(panel.checkbox()->isEnabled());
@@ -148,6 +151,92 @@ private slots:
         model.reload();
         QVERIFY(panel.selectedLabel()->text().isEmpty());
         QVERIFY(!panel.checkbox()->isEnabled());
+    }
+
+    // Sorted by a header, filtered by the field: the rows handed on are
+    // still the list's own rows, and Space toggles the selected ones.
+    void sortFilterAndSpace() {
+        std::optional<FileList> files = someFiles();
+        files->at(0)->status = u"ERROR"_s;
+        files->at(2)->status = u"100%"_s;
+        files->at(3)->status = u"42.5 %"_s;
+        FileTableModel model(&files);
+        FileListPanel panel(&model);
+        QList<QPair<bool, QList<qsizetype>>> handed;
+        panel.setCheckboxHandler([&](bool checked, const QList<qsizetype>& rows) {
+            handed.append({checked, rows});
+            for (const qsizetype row : rows)
+                files->at(row)->willUpload = checked;
+        });
+        panel.resize(600, 300);
+        panel.show();
+        QTableView* table = panel.tableView();
+        QVERIFY(table->isSortingEnabled());
+        QVERIFY(!table->tabKeyNavigation());
+        auto column = [table](int c) {
+            QStringList paths;
+            for (int row = 0; row < table->model()->rowCount(); ++row)
+                paths.append(table->model()->index(row, c).data(FileTableModel::PathRole).toString());
+            return paths;
+        };
+        const QStringList listOrder{u"index.html"_s, u"css/site.css"_s, u"old/gone.html"_s, u"robots.txt"_s};
+        QCOMPARE(column(0), listOrder);
+
+        table->sortByColumn(FileTableModel::NameColumn, Qt::AscendingOrder);
+        QCOMPARE(column(0),
+                 (QStringList{u"css/site.css"_s, u"index.html"_s, u"old/gone.html"_s, u"robots.txt"_s}));
+        table->sortByColumn(FileTableModel::ChangeColumn, Qt::AscendingOrder);
+        QCOMPARE(column(0),
+                 (QStringList{u"robots.txt"_s, u"css/site.css"_s, u"old/gone.html"_s, u"index.html"_s}));
+        // Not sent, by percentage, sent, failed.
+        table->sortByColumn(FileTableModel::StatusColumn, Qt::AscendingOrder);
+        QCOMPARE(column(0),
+                 (QStringList{u"css/site.css"_s, u"robots.txt"_s, u"old/gone.html"_s, u"index.html"_s}));
+
+        // The rows selected in the sorted view are the list's rows 0 and 2.
+        table->selectionModel()->select(table->model()->index(2, 0),
+                                        QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        table->selectionModel()->select(table->model()->index(3, 0),
+                                        QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        QCOMPARE(panel.selectedRows(), (QList<qsizetype>{0, 2}));
+        table->setFocus();
+        // Both checked: Space unchecks both; again, checks both.
+        QTest::keyClick(table, Qt::Key_Space);
+        QCOMPARE(handed.size(), 1);
+        QCOMPARE(handed.last().first, false);
+        QCOMPARE(handed.last().second, (QList<qsizetype>{0, 2}));
+        QTest::keyClick(table, Qt::Key_Space);
+        QCOMPARE(handed.last().first, true);
+        QVERIFY(files->at(0)->willUpload && files->at(2)->willUpload);
+
+        // A row's own check box reaches the handler too (the controller
+        // remembers the file as waiting).
+        const QModelIndex box = table->model()->index(0, FileTableModel::UploadColumn);
+        QVERIFY(table->model()->setData(box, Qt::Checked, Qt::CheckStateRole));
+        QCOMPARE(handed.last().second, (QList<qsizetype>{1}));
+
+        // The filter matches anywhere in the path, any case.
+        panel.filterField()->setText(u"HTML"_s);
+        QCOMPARE(table->model()->rowCount(), 2);
+        panel.filterField()->setText(u"css/"_s);
+        QCOMPARE(column(0), (QStringList{u"css/site.css"_s}));
+        panel.filterField()->clear();
+        QCOMPARE(table->model()->rowCount(), 4);
+    }
+
+    // The letters on the badges stand out from them by at least 4.5:1, on a
+    // light and on a dark table.
+    void badgeLettersAreReadable() {
+        for (const QColor& base : {QColor(Qt::white), QColor(30, 30, 32), QColor(53, 132, 228)}) {
+            for (const QString& letter : {u"A"_s, u"M"_s, u"D"_s, u"-"_s}) {
+                const QColor fill = StatusTableCell::composited(*StatusTableCell::badgeColor(letter), base);
+                const double ratio =
+                    StatusTableCell::contrastRatio(StatusTableCell::letterColor(letter, base), fill);
+                QVERIFY2(ratio >= 4.5, qPrintable(u"%1 on %2: %3"_s.arg(letter, base.name()).arg(ratio)));
+            }
+        }
+        QCOMPARE(FileSortFilterModel::statusRank(u""_s), 0.0);
+        QVERIFY(FileSortFilterModel::statusRank(u"99.5 %"_s) < FileSortFilterModel::statusRank(u"100%"_s));
     }
 };
 

@@ -5,8 +5,10 @@
 #include "MainWindow.h"
 #include "ProgressViewController.h"
 #include "ServerProcess.h"
+#include "SingleInstance.h"
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
+#include "WidgetInteraction.h"
 #include "app/Preferences.h"
 #include "deploy/ViewController.h"
 #include "keychain/TWPasswords.h"
@@ -16,12 +18,18 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalSpy>
+#include <QSplitter>
 #include <QTableView>
 #include <QTest>
+#include <QTextEdit>
+#include <QTimer>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
@@ -48,6 +56,19 @@ bool clickAlertButton(const QString& text) {
         }
     }
     return false;
+}
+
+// Answers the next alert once it shows, from the event loop.
+void answerLater(std::function<void(QMessageBox*)> answer) {
+    auto* timer = new QTimer;
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, answer] {
+        if (QMessageBox* box = openAlert()) {
+            timer->stop();
+            timer->deleteLater();
+            answer(box);
+        }
+    });
+    timer->start(50);
 }
 
 SitePtr siteFor(const QString& folder, const QString& name) {
@@ -183,6 +204,178 @@ private slots:
         QTRY_VERIFY(!window.progressSheet()->isVisible());
         QVERIFY(QFile::exists(ftp.homeFolder() + u"/index.html"_s));
         QTRY_VERIFY(window.lastDeploymentLabel()->text().startsWith(u"Last deployed: "_s));
+    }
+
+    // A failure in curl's words becomes a sentence with curl's text under the
+    // details; a long trace never makes the alert taller than the screen, and
+    // the log folder is one click away.
+    void failuresInWordsPeopleRead() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        SitePtr site = siteFor(repo.path(), u"Blog"_s);
+        site->port = u"2121"_s;
+        site->remotePath = u"www/"_s;
+        SiteListActions::add(site);
+        MainWindow window;
+        window.show();
+        window.load();
+
+        AlertRequest failure;
+        failure.message = u"An error occured!"_s;
+        failure.informativeText = u"(67) Access denied: 530"_s;
+        AlertRequest shown = window.explained(failure);
+        QCOMPARE(shown.message, u"An error occured!"_s);
+        QCOMPARE(shown.informativeText, u"The server refused the user name or password."_s);
+        QCOMPARE(shown.detailedText, u"(67) Access denied: 530"_s);
+        failure.informativeText = u"curl: (9) Server denied you to change to the given directory"_s;
+        QCOMPARE(window.explained(failure).informativeText,
+                 u"The server has no folder www/ and would not create it."_s);
+        failure.informativeText = u"curl: (7) Couldn't connect to server"_s;
+        QCOMPARE(window.explained(failure).informativeText, u"Nothing answers at 127.0.0.1 port 2121."_s);
+
+        QString trace;
+        for (int i = 0; i < 2000; ++i)
+            trace += u"> STOR page%1.html\n< 150 Accepted data connection\n"_s.arg(i);
+        trace += u"curl: (55) Send failure: Broken pipe"_s;
+        failure.informativeText = trace;
+        int answered = -1;
+        window.beginSheet(failure, [&](int button) { answered = button; });
+        QTRY_VERIFY(openAlert());
+        QMessageBox* box = openAlert();
+        QCOMPARE(box->informativeText(), u"The connection to 127.0.0.1 broke off."_s);
+        QVERIFY(box->detailedText().endsWith(u"Broken pipe"_s));
+        QTRY_VERIFY(box->height() <= box->screen()->availableGeometry().height());
+        QVERIFY(clickAlertButton(u"Open Log Folder"_s));
+        QTRY_COMPARE(answered, 0);
+
+        // Any alert's long text moves under the details.
+        AlertRequest other;
+        other.message = u"Something"_s;
+        other.informativeText = u"line\n"_s.repeated(50);
+        const AlertRequest fitted = WidgetInteraction::fitted(other);
+        QCOMPARE(fitted.informativeText, u"line"_s);
+        QVERIFY(fitted.detailedText.startsWith(u"line\nline"_s));
+    }
+
+    // Deploy waits for the branch; the placeholder names both branches and
+    // offers the settings; a missing folder can be chosen again.
+    void placeholdersOfferTheFix() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"draft"_s});
+        SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
+        SiteListActions::add(siteFor(repo.path() + u"/gone"_s, u"Lost"_s));
+        MainWindow window;
+        window.show();
+        window.load();
+        QTRY_VERIFY(window.placeholder()->checkOutButton()->isVisible());
+        QVERIFY(!window.deployButton()->isEnabled());
+        QCOMPARE(window.deployButton()->toolTip(), describe(DeployReadiness::OtherBranch));
+        QTRY_VERIFY(window.placeholder()->hintView()->isVisible());
+        QCOMPARE(window.placeholder()->hintView()->text(),
+                 u"The branch \u201cdraft\u201d is checked out; this site deploys \u201cmain\u201d."_s);
+        QVERIFY(window.placeholder()->settingsButton()->isVisible());
+        QVERIFY(!window.placeholder()->chooseFolderButton()->isVisible());
+
+        window.sidebar()->listView()->setCurrentIndex(window.sidebar()->model()->index(1, 0));
+        QTRY_VERIFY(window.placeholder()->chooseFolderButton()->isVisible());
+        QVERIFY(window.placeholder()->hintView()->text().contains(repo.path() + u"/gone"_s));
+        QVERIFY(!window.deployButton()->isEnabled());
+    }
+
+    // The title and header name the site; a long name is cut with the whole
+    // name in the tool tip and never widens the window; size, position and
+    // splitter come back at the next start; the menus sit where Linux
+    // users look.
+    void aDesktopCitizen() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        const QString longName =
+            u"The very long name of a site that a person gave it "_s.repeated(4).trimmed();
+        SiteListActions::add(siteFor(repo.path(), longName));
+        {
+            MainWindow window;
+            window.show();
+            window.load();
+            QCOMPARE(window.windowTitle(), longName + u" \u2014 Tarnwell"_s);
+            window.resize(760, 520);
+            QTRY_VERIFY(window.siteLabel()->isElided());
+            QVERIFY(window.siteLabel()->toolTip().startsWith(longName));
+            QVERIFY(window.siteLabel()->shownText().endsWith(u"\u2026"_s));
+            QVERIFY(window.minimumSizeHint().width() < 760);
+            window.splitter()->setSizes({300, 460});
+            QCOMPARE(window.action(u"quit"_s)->shortcut(), QKeySequence(u"Ctrl+Q"_s));
+            QStringList menus;
+            for (QAction* menu : window.menuBar()->actions())
+                menus.append(menu->text().remove(u'&'));
+            QCOMPARE(menus, (QStringList{u"Site"_s, u"Edit"_s, u"Deploy"_s, u"View"_s, u"Help"_s}));
+            QCOMPARE(window.menuBar()->actions().at(1)->menu()->actions().first(),
+                     window.action(u"preferences"_s));
+            QVERIFY(window.action(u"documentation"_s));
+            QVERIFY(window.action(u"about"_s));
+            window.close();
+        }
+        MainWindow again;
+        again.show();
+        again.load();
+        QCOMPARE(again.size(), QSize(760, 520));
+        QCOMPARE(again.splitter()->sizes().first(), 300);
+    }
+
+    // Tab visits the site list, its buttons, the filter, the file list and
+    // Deploy, one stop each; Delete in the site list asks first, with
+    // Cancel the default.
+    void keyboardAlone() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.write(u"about.html"_s, "b");
+        repo.commitAll(u"one"_s);
+        SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
+        MainWindow window;
+        window.show();
+        window.load();
+        QApplication::setActiveWindow(&window);
+        window.sidebar()->listView()->setFocus();
+        QList<QWidget*> stops{QApplication::focusWidget()};
+        for (int i = 0; i < 7; ++i) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            stops.append(QApplication::focusWidget());
+        }
+        QCOMPARE(stops.count(window.filePanel()->tableView()), 1);
+        QVERIFY(stops.contains(window.filePanel()->filterField()));
+        QVERIFY(stops.contains(window.deployButton()));
+        // The focused row shows.
+        QVERIFY(window.filePanel()->tableView()->currentIndex().isValid());
+
+        // The question is modal: it is answered from the event loop.
+        QString defaultButton;
+        answerLater([&](QMessageBox* box) {
+            defaultButton = box->defaultButton()->text();
+            QTest::keyClick(box, Qt::Key_Return);
+        });
+        window.sidebar()->listView()->setFocus();
+        QTest::keyClick(window.sidebar()->listView(), Qt::Key_Delete);
+        QCOMPARE(defaultButton, u"Cancel"_s);
+        QCOMPARE(Sites().total(), 1);
+        answerLater([](QMessageBox*) { clickAlertButton(u"Delete"_s); });
+        QApplication::setActiveWindow(&window);
+        window.sidebar()->listView()->setFocus();
+        QTest::keyClick(window.sidebar()->listView(), Qt::Key_Delete);
+        QTRY_COMPARE(Sites().total(), 0);
+    }
+
+    // A second start finds the first and asks it to come to the front.
+    void secondStartRaisesTheFirst() {
+        const QString name = u"tarnwell-test-%1"_s.arg(QCoreApplication::applicationPid());
+        SingleInstance first(name);
+        QVERIFY(first.listen());
+        QSignalSpy raised(&first, &SingleInstance::activationRequested);
+        SingleInstance second(name);
+        QVERIFY(!second.listen());
+        QTRY_COMPARE(raised.count(), 1);
     }
 };
 

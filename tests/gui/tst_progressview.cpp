@@ -1,4 +1,5 @@
 #include "ProgressViewController.h"
+#include "RunMessages.h"
 #include "TestEnvironment.h"
 #include "deploy/NotificationHub.h"
 
@@ -103,6 +104,58 @@ private slots:
         // A closed sheet takes a second finish without harm.
         sheet->deployFinished();
         QVERIFY(!sheet->isPresented());
+    }
+
+    // The count of files moves the bar one file at a time, and the bar and
+    // the count agree whatever the remaining-files notice says.
+    void countOfFilesDrivesTheBar() {
+        std::unique_ptr<ProgressViewController> sheet(presentSheet());
+        QCOMPARE(sheet->countLabel()->text(), u"Preparing\u2026"_s);
+        sheet->setFileCount(0, 4);
+        QCOMPARE(sheet->countLabel()->text(), u"0 of 4 files \u00b7 0 %"_s);
+        QCOMPARE(sheet->progressBar()->value(), 0);
+        for (int done = 1; done <= 4; ++done) {
+            sheet->setFileCount(done, 4);
+            QVERIFY(showsDeterminate(*sheet));
+            QCOMPARE(sheet->progressBar()->value(), done * 25);
+        }
+        QCOMPARE(sheet->countLabel()->text(), u"4 of 4 files \u00b7 100 %"_s);
+        // A late notice counting otherwise leaves the bar with the files.
+        sheet->setFileCount(1, 4);
+        NotificationHub::instance().postRemainingStatus(3, 4);
+        QCOMPARE(sheet->progressValue(), 25.0);
+        sheet->setFileCount(4, 4);
+        NotificationHub::instance().postRemainingStatus(3, 4);
+        QCOMPARE(sheet->progressBar()->value(), 100);
+        // A new run starts from nothing.
+        sheet->deployFinished();
+        sheet->present();
+        QCOMPARE(sheet->countLabel()->text(), u"Preparing\u2026"_s);
+    }
+
+    // What the window says after a run.
+    void messagesAfterARun() {
+        RunSummary summary;
+        summary.total = 10;
+        summary.done = 3;
+        QCOMPARE(RunMessages::afterRun(DeployOutcome::Aborted, summary),
+                 u"Deployment aborted. 3 of 10 files reached the server. The deployment record was not "
+                 "written: the next deployment sends these files again."_s);
+        summary.done = 0;
+        QVERIFY(
+            RunMessages::afterRun(DeployOutcome::Failed, summary).contains(u"No file reached the server."_s));
+        summary.done = 10;
+        summary.recordWritten = true;
+        summary.waiting = 2;
+        const QString deployed = RunMessages::afterRun(DeployOutcome::Deployed, summary);
+        QCOMPARE(deployed,
+                 u"Deployed: 10 files reached the server. 2 unchecked files wait for a later deployment."_s);
+        QVERIFY(!deployed.contains(u"Good work"_s));
+        summary.total = 1;
+        summary.waiting = 1;
+        QCOMPARE(RunMessages::afterRun(DeployOutcome::Deployed, summary),
+                 u"Deployed: 1 file reached the server. 1 unchecked file waits for a later deployment."_s);
+        QVERIFY(RunMessages::afterRun(DeployOutcome::Cancelled, summary).isEmpty());
     }
 
     void abortTellsTheDelegateAndCloses() {

@@ -169,6 +169,54 @@ private slots:
         QVERIFY(!TWPasswords::getPasswordForSite(site->siteId()));
         QVERIFY(!Preferences::instance().boolValue(u"editing"_s));
     }
+
+    // The port takes digits only; a tab that holds a problem is marked until
+    // the problem is gone; a result of the connection test goes when the
+    // protocol changes; Escape asks before changes are thrown away.
+    void editingSafely() {
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(nullptr, interaction);
+        editor.show();
+        QTest::keyClicks(editor.portField(), u"2a1-b21x"_s);
+        QCOMPARE(editor.portField()->text(), u"2121"_s);
+
+        QVERIFY(!editor.save());
+        QVERIFY(editor.isTabMarked(0));
+        QVERIFY(editor.isTabMarked(1));
+        QVERIFY(!editor.isTabMarked(2));
+        fillValid(editor);
+        editor.validate();
+        QVERIFY(!editor.isTabMarked(0));
+        QVERIFY(!editor.isTabMarked(1));
+
+        editor.setConnectionTester(
+            [](const SitePtr&, std::function<void(const std::optional<QString>&)> done) {
+                done(u"curl: (67) Access denied: 530"_s);
+            });
+        editor.testConnection();
+        QCOMPARE(editor.connectionTestResult(),
+                 u"The connection failed: The server refused the user name or password."_s);
+        editor.protocolField()->setCurrentText(u"SFTP"_s);
+        QVERIFY(editor.connectionTestResult().isEmpty());
+
+        // Escape with changes asks; Cancel (the first, default answer) stays.
+        QVERIFY(editor.hasChanges());
+        interaction.answers = {u"Cancel"_s};
+        QTest::keyClick(&editor, Qt::Key_Escape);
+        QCOMPARE(interaction.alerts.size(), 1);
+        QCOMPARE(interaction.alerts.at(0).buttons.first(), u"Cancel"_s);
+        QVERIFY(editor.isVisible());
+        interaction.answers = {u"Discard Changes"_s};
+        QTest::keyClick(&editor, Qt::Key_Escape);
+        QVERIFY(!editor.isVisible());
+
+        // Without changes Escape closes at once.
+        SiteEditorDialog untouched(nullptr, interaction);
+        untouched.show();
+        QTest::keyClick(&untouched, Qt::Key_Escape);
+        QVERIFY(!untouched.isVisible());
+        QCOMPARE(interaction.alerts.size(), 2);
+    }
 };
 
 QTEST_MAIN(TestSiteEditor)

@@ -114,7 +114,7 @@ private slots:
         QTest::mouseClick(sidebar.removeButton(), Qt::LeftButton);
         QCOMPARE(interaction.alerts.size(), 1);
         QCOMPARE(interaction.alerts.at(0).message, u"Delete the site \u201cA copy\u201d?"_s);
-        QCOMPARE(interaction.alerts.at(0).buttons, (QStringList{u"Delete"_s, u"Cancel"_s}));
+        QCOMPARE(interaction.alerts.at(0).buttons, (QStringList{u"Cancel"_s, u"Delete"_s}));
         QCOMPARE(storedNames(), (QStringList{u"A"_s, u"A copy"_s, u"B"_s}));
 
         // The site after it takes its place as the current one.

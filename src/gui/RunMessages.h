@@ -1,0 +1,24 @@
+#pragma once
+
+#include "deploy/DeployOutcome.h"
+#include "deploy/RunSummary.h"
+
+#include <QString>
+
+namespace tw {
+
+// What the window says about a deployment: the count on the progress sheet
+// and the line under the file list once a run has ended.
+class RunMessages {
+public:
+    // "3 of 10 files".
+    static QString fileCount(qsizetype done, qsizetype total);
+    // Whole per cent of the files done (0 when there are none).
+    static int percent(qsizetype done, qsizetype total);
+    // How many files reached the server and that the record was not written.
+    static QString notRecorded(const RunSummary& summary);
+    // The line after a run; empty when the run asked nothing of the server.
+    static QString afterRun(DeployOutcome outcome, const RunSummary& summary);
+};
+
+} // namespace tw

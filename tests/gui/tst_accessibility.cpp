@@ -1,0 +1,130 @@
+#include "GitRepository.h"
+#include "MainWindow.h"
+#include "PreferencesDialog.h"
+#include "ProgressViewController.h"
+#include "ScriptEditorDialog.h"
+#include "ScriptedInteraction.h"
+#include "SiteEditorDialog.h"
+#include "SitesSidebar.h"
+#include "TestEnvironment.h"
+#include "model/SiteListActions.h"
+
+#include <QAbstractItemView>
+#include <QAbstractSlider>
+#include <QAbstractSpinBox>
+#include <QAccessible>
+#include <QComboBox>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QScrollBar>
+#include <QTabBar>
+#include <QTest>
+#include <QTextEdit>
+#include <QToolButton>
+
+using namespace tw;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Widgets a screen reader reaches as one input: fields, lists, and buttons
+// that show only an icon. The parts Qt builds inside them (a combo box's
+// line edit, scroll bars, headers, a tab bar's arrows) are not walked.
+bool isInput(const QWidget* widget) {
+    // Qt's own extension buttons of menu and tool bars.
+    if (widget->objectName().startsWith(u"qt_"_s))
+        return false;
+    if (qobject_cast<const QScrollBar*>(widget) || qobject_cast<const QHeaderView*>(widget))
+        return false;
+    if (const auto* button = qobject_cast<const QToolButton*>(widget))
+        return button->toolButtonStyle() == Qt::ToolButtonIconOnly || button->text().isEmpty();
+    return qobject_cast<const QLineEdit*>(widget) || qobject_cast<const QComboBox*>(widget) ||
+           qobject_cast<const QAbstractItemView*>(widget) || qobject_cast<const QAbstractSpinBox*>(widget) ||
+           qobject_cast<const QPlainTextEdit*>(widget) || qobject_cast<const QTextEdit*>(widget) ||
+           qobject_cast<const QAbstractSlider*>(widget);
+}
+
+bool isInsideAnInput(const QWidget* widget, const QWidget* top) {
+    for (const QWidget* parent = widget->parentWidget(); parent && parent != top;
+         parent = parent->parentWidget()) {
+        if (qobject_cast<const QComboBox*>(parent) || qobject_cast<const QAbstractSpinBox*>(parent) ||
+            qobject_cast<const QTabBar*>(parent) || qobject_cast<const QAbstractItemView*>(parent) ||
+            qobject_cast<const QLineEdit*>(parent))
+            return true;
+    }
+    return false;
+}
+
+// The inputs under top that a screen reader would announce without a name.
+QStringList unnamedInputs(QWidget* top) {
+    QStringList unnamed;
+    for (QWidget* widget : top->findChildren<QWidget*>()) {
+        if (!isInput(widget) || isInsideAnInput(widget, top))
+            continue;
+        QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
+        const QString name = accessible ? accessible->text(QAccessible::Name).trimmed() : QString();
+        if (name.isEmpty())
+            unnamed.append(QString::fromLatin1(widget->metaObject()->className()) + u" "_s +
+                           widget->objectName());
+    }
+    return unnamed;
+}
+
+} // namespace
+
+// Every field, list and icon button of every window has a name a screen
+// reader can say; the sidebar's buttons have the names people expect.
+class TestAccessibility : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { test::TestEnvironment::isolate(); }
+    void init() { test::TestEnvironment::resetPreferences(); }
+
+    void everyInputHasAName() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        SitePtr site = Site::newSite();
+        site->name = u"Blog"_s;
+        site->localPath = repo.path();
+        site->host = u"127.0.0.1"_s;
+        site->deployBranch = u"main"_s;
+        SiteListActions::add(site);
+
+        MainWindow window;
+        window.show();
+        window.load();
+        QVERIFY(window.isShowingFiles());
+        QCOMPARE(unnamedInputs(&window), QStringList());
+        QCOMPARE(window.sidebar()->addButton()->accessibleName(), u"Add site"_s);
+        QCOMPARE(window.sidebar()->removeButton()->accessibleName(), u"Remove site"_s);
+
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(site, interaction);
+        QCOMPARE(unnamedInputs(&editor), QStringList());
+        QCOMPARE(editor.hostField()->accessibleName(), u"Host"_s);
+        QCOMPARE(editor.portField()->accessibleName(), u"Port"_s);
+
+        ScriptEditorDialog scripts(site);
+        QCOMPARE(unnamedInputs(&scripts), QStringList());
+        PreferencesDialog preferences;
+        QCOMPARE(unnamedInputs(&preferences), QStringList());
+        ProgressViewController sheet;
+        QCOMPARE(unnamedInputs(&sheet), QStringList());
+    }
+
+    // The walk itself finds an input without a name.
+    void anUnnamedFieldIsFound() {
+        QWidget form;
+        auto* named = new QLineEdit(&form);
+        named->setAccessibleName(u"Host"_s);
+        auto* unnamed = new QLineEdit(&form);
+        unnamed->setObjectName(u"mystery"_s);
+        QCOMPARE(unnamedInputs(&form), QStringList{u"QLineEdit mystery"_s});
+    }
+};
+
+QTEST_MAIN(TestAccessibility)
+#include "tst_accessibility.moc"
