@@ -390,8 +390,15 @@ void DeployRun::didComplete(const TransporterFilePtr& file) {
 void DeployRun::didFail(const TransporterFilePtr& file, const QString&) {
     if (m_ended)
         return;
-    setRowStatus(rowOf(file), QStringLiteral("ERROR"));
-    alertError(Error::application(200, m_transporter->errorString().value_or(QString())));
+    QString text = m_transporter->errorString().value_or(QString());
+    if (file->failureIsUnnamed())
+        // Only the failed row is marked; when curl did not say which file
+        // failed, no row is, and the message says so.
+        text += QStringLiteral("\ncurl did not say which file failed; the files not marked as sent did not "
+                               "reach the server.");
+    else
+        setRowStatus(rowOf(file), QStringLiteral("ERROR"));
+    alertError(Error::application(200, text));
 }
 
 void DeployRun::didCompleteAllWithErrors(const QString&) {

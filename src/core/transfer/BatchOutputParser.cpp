@@ -32,17 +32,19 @@ void BatchOutputParser::complete(qsizetype index) {
         m_events.completed(index);
 }
 
-void BatchOutputParser::fail(qsizetype index, const QString& text) {
+void BatchOutputParser::fail(qsizetype index, const QString& text, bool named) {
     m_sawError = true;
-    if (index < 0 || index >= m_count || m_state.at(index) != 0)
+    if (index < 0 || index >= m_count || m_state.at(index) != 0) {
         index = firstOpen();
+        named = false;
+    }
     if (index >= 0)
         m_state[index] = 2;
     if (m_failed)
         return; // the run has failed already: what follows is its aftermath
     m_failed = true;
     if (m_events.failed)
-        m_events.failed(index, text);
+        m_events.failed(index, text, named);
 }
 
 void BatchOutputParser::line(const QString& line) {
@@ -58,7 +60,7 @@ void BatchOutputParser::uploadLine(const QString& line) {
             // A file curl could not read: the transfer before it went well.
             complete(m_pending);
             m_pending = -1;
-            fail(m_indexOfFile.value(*file, m_ended), *error);
+            fail(m_indexOfFile.value(*file, m_ended), *error, m_indexOfFile.contains(*file));
             return;
         }
         fail(m_pending >= 0 ? m_pending : m_ended, *error);
@@ -79,7 +81,7 @@ void BatchOutputParser::progress(double percent) {
 
 void BatchOutputParser::deleteLine(const QString& line) {
     if (const std::optional<QString> error = CurlLines::errorIn(line)) {
-        fail(firstOpen(), *error);
+        fail(firstOpen(), *error, false); // the commands went in one go
         return;
     }
     if (line.startsWith(QStringLiteral("> DELE "))) {
@@ -121,7 +123,7 @@ void BatchOutputParser::finished(int exitCode, bool crashed) {
             m_pending = -1;
             fail(m_ended < m_count ? m_ended : firstOpen(), text);
         } else {
-            fail(firstOpen(), text);
+            fail(firstOpen(), text, false);
         }
     }
     if (m_failed)
@@ -130,7 +132,7 @@ void BatchOutputParser::finished(int exitCode, bool crashed) {
         complete(m_pending);
         m_pending = -1;
         if (const qsizetype open = firstOpen(); open >= 0)
-            fail(open, QStringLiteral("curl ended before it sent every file of its run"));
+            fail(open, QStringLiteral("curl ended before it sent every file of its run"), false);
         return;
     }
     // Deletions no reply confirmed, on a server that echoes none: curl

@@ -35,8 +35,10 @@ public:
         std::function<void(qsizetype index, double percent)> percent;
         // The file was sent (uploads) or confirmed deleted (deletions).
         std::function<void(qsizetype index)> completed;
-        // A failure of the run, at the file it concerns: the text says what.
-        std::function<void(qsizetype index, const QString& text)> failed;
+        // A failure of the run: the text says what. named: curl's output
+        // says which file it concerns (index); otherwise index is the first
+        // file the run had not settled, and nobody can say it is the one.
+        std::function<void(qsizetype index, const QString& text, bool named)> failed;
         // The server refused to delete the file (it may be gone already).
         std::function<void(qsizetype index, const QString& text)> refused;
     };
@@ -58,7 +60,7 @@ public:
 
 private:
     void complete(qsizetype index);
-    void fail(qsizetype index, const QString& text);
+    void fail(qsizetype index, const QString& text, bool named = true);
     void uploadLine(const QString& line);
     void deleteLine(const QString& line);
     qsizetype firstOpen() const;

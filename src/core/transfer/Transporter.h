@@ -176,7 +176,7 @@ private:
     void batchChunk(const BatchPtr& batch, const QByteArray& chunk);
     void batchFinished(const BatchPtr& batch, int exitCode, bool crashed);
     void batchFailedToStart(const BatchPtr& batch, const QString& reason);
-    void batchFailed(const BatchPtr& batch, qsizetype index, const QString& text);
+    void batchFailed(const BatchPtr& batch, qsizetype index, const QString& text, bool named);
 
     static bool debugEnabled();
     static void writeLog(const QString& text);

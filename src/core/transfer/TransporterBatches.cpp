@@ -146,9 +146,9 @@ Transporter::BatchPtr Transporter::buildBatch(const QList<TransporterFilePtr>& g
         if (const BatchPtr b = weakBatch.lock(); b && m_delegate)
             m_delegate->didComplete(b->group.at(index));
     };
-    events.failed = [this, weakBatch](qsizetype index, const QString& text) {
+    events.failed = [this, weakBatch](qsizetype index, const QString& text, bool named) {
         if (const BatchPtr b = weakBatch.lock())
-            batchFailed(b, index, text);
+            batchFailed(b, index, text, named);
     };
     // A refused delete counts as done and is noted on its file: the run goes
     // on and still ends well (the file may well be gone already).
@@ -289,15 +289,17 @@ void Transporter::batchFinished(const BatchPtr& batch, int exitCode, bool crashe
 // The run fails where its output says: the file it concerns is marked, every
 // curl of the run stops, no later run starts and no completion message
 // follows.
-void Transporter::batchFailed(const BatchPtr& batch, qsizetype index, const QString& text) {
+void Transporter::batchFailed(const BatchPtr& batch, qsizetype index, const QString& text, bool named) {
     const TransporterFilePtr file = batch->group.value(index < 0 ? 0 : index);
     writeLog(QStringLiteral("Transporter: ") + masked(text) + QLatin1Char(' ') +
              (file ? file->remotePath() : QString()));
     if (m_isTerminating)
         return;
     m_errorString = masked(text);
-    if (file)
+    if (file) {
         file->m_hasError = true;
+        file->m_failureUnnamed = !named;
+    }
     terminateAllTasks();
     if (m_delegate && file)
         m_delegate->didFail(file, masked(TransporterOutput::cleanErrorText(text)));
@@ -309,7 +311,7 @@ void Transporter::batchFailedToStart(const BatchPtr& batch, const QString& reaso
     writeLog(QStringLiteral("Transporter: ") + reason);
     if (m_isTerminating || !m_runningBatches.contains(batch))
         return;
-    batchFailed(batch, 0, reason);
+    batchFailed(batch, 0, reason, false);
 }
 
 } // namespace tw

@@ -38,6 +38,10 @@ public:
 
     // Set when curl reported a failure for this item.
     bool hasError() const { return m_hasError; }
+    // The failure was put on this item because its run failed without
+    // naming a file (the first item the run had not finished): it may not be
+    // the one at fault.
+    bool failureIsUnnamed() const { return m_failureUnnamed; }
     // The curl process of this item in single mode while it exists; batch
     // runs never set it.
     QProcess* task() const { return m_task.data(); }
@@ -52,6 +56,7 @@ private:
     bool m_isUploading = false;
     double m_progress = 0;
     bool m_hasError = false;
+    bool m_failureUnnamed = false;
     QPointer<QProcess> m_task;
     CurlLines m_errorLines;  // a single-mode curl's standard error, as lines
     bool m_sawError = false; // curl printed an error line for it

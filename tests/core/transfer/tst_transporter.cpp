@@ -223,6 +223,7 @@ void TestTransporter::batchUploadReadsLines() {
     QCOMPARE(engine.delegate.of(u"fail"_s).size(), 1);
     QCOMPARE(engine.delegate.of(u"fail"_s).first().file, files[1]);
     QCOMPARE(engine.delegate.of(u"fail"_s).first().text, u"(25) Failed FTP upload: 553"_s);
+    QVERIFY(!files[1]->failureIsUnnamed()); // curl's lines name it
     QVERIFY(files[1]->hasError());
     QVERIFY(!files[0]->hasError());
     QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
@@ -271,6 +272,8 @@ void TestTransporter::batchDeleteReplies() {
     QTRY_COMPARE(engine.idle.count(), 2);
     QCOMPARE(engine.delegate.kinds(), QStringList{u"fail"_s});
     QCOMPARE(engine.delegate.messages.first().text, u"(67) Access denied: 530"_s);
+    // The commands went in one go: curl's output cannot say which file.
+    QVERIFY(engine.delegate.messages.first().file->failureIsUnnamed());
 }
 
 // With one connection: runs of 500 uploads, then of 200 deletes, one after
