@@ -452,13 +452,22 @@ timed() {
 }
 
 # The batches of a recorded deployment: the runs with a user agent (the
-# record's read and write run without one).
+# record's read and write run without one). tarnwell-cli uploads the
+# committed files from a private export that is gone when it ends; the floor
+# reads the same bytes from the repository's clean working folder.
 load_floor() {
-    local key=$1 record=$2 index=0 file
+    local key=$1 record=$2 folder=$3 index=0 file i
     for file in "$record"/*; do
         case $file in *.in) continue ;; esac
         if tr '\0' '\n' <"$file" | grep -qx -- --user-agent; then
             mapfile -d '' -t "floor_${key}_$index" <"$file"
+            local -n lines="floor_${key}_$index"
+            for i in "${!lines[@]}"; do
+                if [[ ${lines[i]} =~ ^(.*/tarnwell-export-[^/]+)/(.*)$ ]]; then
+                    lines[i]=$folder/${BASH_REMATCH[2]}
+                fi
+            done
+            unset -n lines
             eval "floor_${key}_${index}_input=\$file.in"
             index=$((index + 1))
         fi
@@ -495,7 +504,7 @@ record_deployment() {
         TARNWELL_COMPARE_RECORD=$scratch/record-$key "$cli" --no-input deploy --yes) \
         >"$scratch/logs/record-$key.log" 2>&1 ||
         { [ -z "${TARNWELL_COMPARE_PAUSE:-}" ] || sleep "$TARNWELL_COMPARE_PAUSE"; die "The recording deployment ($key) failed: $(tail -n 5 "$scratch/logs/record-$key.log")"; }
-    load_floor "$key" "$scratch/record-$key"
+    load_floor "$key" "$scratch/record-$key" "$folder"
 }
 
 results=$scratch/results.tsv
