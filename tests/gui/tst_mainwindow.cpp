@@ -136,7 +136,8 @@ private slots:
         second.write(u"only.txt"_s, "changed");
         window.refresh();
         QTRY_VERIFY(window.warningLabel()->isVisible());
-        QVERIFY(window.warningLabel()->text().contains(u"uncommitted"_s));
+        QCOMPARE(window.warningLabel()->text(),
+                 u"Uncommitted changes (only.txt) are not deployed: commit them first."_s);
     }
 
     void checkingOutTheDeployBranch() {
