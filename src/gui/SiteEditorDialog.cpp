@@ -1,7 +1,9 @@
 #include "SiteEditorDialog.h"
 
 #include "ConnectionTestRow.h"
+#include "PathListEditor.h"
 #include "SiteConnectionTester.h"
+#include "SiteEditorPanels.h"
 #include "ThemeColors.h"
 #include "app/Preferences.h"
 #include "app/UserInteraction.h"
@@ -46,16 +48,6 @@ QLabel* problemLabel(QWidget* parent) {
     label->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::errorText(parent->palette())));
     label->hide();
     return label;
-}
-
-// Whether the person changed anything the dialog edits.
-bool sameEdits(const SiteForm& a, const SiteForm& b) {
-    return a.name == b.name && a.localPath == b.localPath && a.syncRootPath == b.syncRootPath &&
-           a.protocol == b.protocol && a.host == b.host && a.port == b.port && a.username == b.username &&
-           a.password == b.password && a.sshKeyPath == b.sshKeyPath && a.passphrase == b.passphrase &&
-           a.passiveMode == b.passiveMode && a.remotePath == b.remotePath &&
-           a.deployBranch == b.deployBranch && a.autoDeploy == b.autoDeploy &&
-           a.mandatoryFiles == b.mandatoryFiles && a.ignoredFiles == b.ignoredFiles;
 }
 
 QString withoutFileScheme(QString path) {
@@ -125,7 +117,7 @@ void SiteEditorDialog::reject() {
 }
 
 bool SiteEditorDialog::hasChanges() const {
-    return !sameEdits(form(), m_original);
+    return !form().hasSameEdits(m_original);
 }
 
 SiteEditorDialog::~SiteEditorDialog() {
@@ -247,45 +239,25 @@ QWidget* SiteEditorDialog::buildServerTab() {
 QWidget* SiteEditorDialog::buildFilesTab() {
     auto* page = new QWidget;
     auto* layout = new QVBoxLayout(page);
-
     auto addList = [this, page, layout](SiteField field, const QString& title, const QString& help) {
-        auto* heading = new QLabel(title, page);
-        QFont bold = heading->font();
-        bold.setBold(true);
-        heading->setFont(bold);
-        auto* note = new QLabel(help, page);
-        note->setWordWrap(true);
-        auto* list = new QListWidget(page);
-        list->setObjectName(field == SiteField::MandatoryFiles ? QStringLiteral("mandatoryFiles")
-                                                               : QStringLiteral("ignoredFiles"));
-        list->setSelectionMode(QAbstractItemView::ExtendedSelection);
-        list->setMinimumHeight(90);
-        auto* addFile = new QPushButton(tr("Add File\u2026"), page);
-        auto* addFolder = new QPushButton(tr("Add Folder\u2026"), page);
-        auto* remove = new QPushButton(tr("Remove"), page);
-        remove->setEnabled(false);
-        connect(addFile, &QPushButton::clicked, this, [this, field] { chooseListEntry(field, false); });
-        connect(addFolder, &QPushButton::clicked, this, [this, field] { chooseListEntry(field, true); });
-        connect(remove, &QPushButton::clicked, this, [this, field] { removeSelectedListEntries(field); });
-        connect(list, &QListWidget::itemSelectionChanged, remove,
-                [list, remove] { remove->setEnabled(!list->selectedItems().isEmpty()); });
-        auto* buttons = new QHBoxLayout;
-        buttons->addWidget(addFile);
-        buttons->addWidget(addFolder);
-        buttons->addWidget(remove);
-        buttons->addStretch();
-        layout->addWidget(heading);
-        layout->addWidget(note);
-        layout->addWidget(withProblem(field, list, FilesTab));
-        layout->addLayout(buttons);
-        return list;
+        auto* editor = new PathListEditor(
+            title, help,
+            field == SiteField::MandatoryFiles ? QStringLiteral("mandatoryFiles")
+                                               : QStringLiteral("ignoredFiles"),
+            [this, field](QWidget* list) { return withProblem(field, list, FilesTab); }, page);
+        connect(editor, &PathListEditor::chooseRequested, this,
+                [this, field](bool folder) { chooseListEntry(field, folder); });
+        layout->addWidget(editor);
+        return editor;
     };
-    m_mandatory =
+    m_mandatoryList =
         addList(SiteField::MandatoryFiles, tr("Always upload"),
                 tr("Uploaded with every deployment, changed or not. A folder brings everything in it."));
     layout->addSpacing(8);
-    m_ignored = addList(SiteField::IgnoredFiles, tr("Never upload"),
-                        tr("Left out of every deployment. A folder leaves out everything in it."));
+    m_ignoredList = addList(SiteField::IgnoredFiles, tr("Never upload"),
+                            tr("Left out of every deployment. A folder leaves out everything in it."));
+    m_mandatory = m_mandatoryList->list();
+    m_ignored = m_ignoredList->list();
     return page;
 }
 
@@ -327,26 +299,20 @@ void SiteEditorDialog::setForm(const SiteForm& form) {
     m_passiveMode->setChecked(form.passiveMode);
     m_remotePath->setText(form.remotePath);
     m_autoDeploy->setChecked(form.autoDeploy);
-    m_mandatory->clear();
-    m_mandatory->addItems(form.mandatoryFiles);
-    m_ignored->clear();
-    m_ignored->addItems(form.ignoredFiles);
+    m_mandatoryList->setEntries(form.mandatoryFiles);
+    m_ignoredList->setEntries(form.ignoredFiles);
     reloadBranches();
     m_deployBranch->setCurrentText(form.deployBranch);
     protocolChanged();
     clearProblems();
 }
 
-QListWidget* SiteEditorDialog::listFor(SiteField list) const {
-    return list == SiteField::MandatoryFiles ? m_mandatory : m_ignored;
+PathListEditor* SiteEditorDialog::listFor(SiteField list) const {
+    return list == SiteField::MandatoryFiles ? m_mandatoryList : m_ignoredList;
 }
 
 QStringList SiteEditorDialog::listEntries(SiteField list) const {
-    QStringList entries;
-    const QListWidget* widget = listFor(list);
-    for (int i = 0; i < widget->count(); ++i)
-        entries.append(widget->item(i)->text());
-    return entries;
+    return listFor(list)->entries();
 }
 
 void SiteEditorDialog::showProblem(SiteField field, const QString& text) {
@@ -462,26 +428,13 @@ bool SiteEditorDialog::setRepositoryFolder(const QString& path) {
 }
 
 void SiteEditorDialog::chooseRepositoryFolder() {
-    OpenPanelRequest panel;
-    panel.title = tr("Choose the Repository Folder");
-    panel.message = tr("Choose the folder of the site's git repository.");
-    panel.canChooseFiles = false;
-    panel.canChooseDirectories = true;
-    panel.showsHiddenFiles = false;
-    panel.directory = m_localPath->text().isEmpty() ? QDir::homePath() : m_localPath->text();
+    const OpenPanelRequest panel = SiteEditorPanels::repositoryFolder(m_localPath->text());
     if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel))
         setRepositoryFolder(*chosen);
 }
 
 void SiteEditorDialog::chooseKeyFile() {
-    OpenPanelRequest panel;
-    panel.title = tr("Choose the Private Key");
-    panel.message = tr("Choose the private key file for the SFTP login.");
-    panel.canChooseFiles = true;
-    panel.canChooseDirectories = false;
-    panel.showsHiddenFiles = true;
-    const QString sshFolder = QDir::homePath() + QStringLiteral("/.ssh");
-    panel.directory = QFileInfo(sshFolder).isDir() ? sshFolder : QDir::homePath();
+    const OpenPanelRequest panel = SiteEditorPanels::privateKey();
     if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel)) {
         m_sshKey->setText(withoutFileScheme(*chosen));
         const auto row = m_rows.value(key(SiteField::SshKeyPath));
@@ -508,20 +461,12 @@ bool SiteEditorDialog::addListEntry(SiteField list, const QString& absolutePath)
             return false;
         }
     }
-    QListWidget* widget = listFor(list);
-    if (listEntries(list).contains(relative))
-        return true;
-    widget->addItem(relative);
+    listFor(list)->addEntry(relative);
     return true;
 }
 
 void SiteEditorDialog::chooseListEntry(SiteField list, bool folder) {
-    OpenPanelRequest panel;
-    panel.title = folder ? tr("Choose a Folder of the Repository") : tr("Choose a File of the Repository");
-    panel.canChooseFiles = !folder;
-    panel.canChooseDirectories = folder;
-    panel.showsHiddenFiles = true;
-    panel.directory = m_localPath->text();
+    const OpenPanelRequest panel = SiteEditorPanels::repositoryEntry(folder, m_localPath->text());
     if (panel.directory.isEmpty()) {
         showProblem(list, tr("Choose the repository folder first."));
         return;
@@ -531,10 +476,7 @@ void SiteEditorDialog::chooseListEntry(SiteField list, bool folder) {
 }
 
 void SiteEditorDialog::removeSelectedListEntries(SiteField list) {
-    QListWidget* widget = listFor(list);
-    const QList<QListWidgetItem*> selected = widget->selectedItems();
-    for (QListWidgetItem* item : selected)
-        delete widget->takeItem(widget->row(item));
+    listFor(list)->removeSelected();
 }
 
 void SiteEditorDialog::reloadBranches() {
@@ -592,18 +534,10 @@ void SiteEditorDialog::testConnection() {
     if (!m_testRow->hasTester() || m_testRow->isTesting())
         return;
     clearProblems();
-    // The server fields must make sense; the rest of the form may wait.
-    const SiteField serverFields[] = {SiteField::Protocol, SiteField::Host,       SiteField::Port,
-                                      SiteField::Username, SiteField::SshKeyPath, SiteField::RemotePath};
-    bool usable = true;
-    for (const FieldProblem& problem : form().validate()) {
-        if (std::find(std::begin(serverFields), std::end(serverFields), problem.field) !=
-            std::end(serverFields)) {
-            showProblem(problem.field, problem.message);
-            usable = false;
-        }
-    }
-    if (!usable) {
+    const QList<FieldProblem> problems = form().serverProblems();
+    for (const FieldProblem& problem : problems)
+        showProblem(problem.field, problem.message);
+    if (!problems.isEmpty()) {
         m_testRow->showRefusal(tr("Correct the server settings first."));
         return;
     }

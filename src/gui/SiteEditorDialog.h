@@ -23,6 +23,7 @@ class QFormLayout;
 namespace tw {
 
 class UserInteraction;
+class PathListEditor;
 
 // The site editor: every field of a site in one dialog, checked with the
 // editor's rules (SiteForm), each problem shown next to its field. Saving
@@ -141,7 +142,7 @@ private:
     void protocolChanged();
     void checkBookmark();
     void setEditing(bool editing);
-    QListWidget* listFor(SiteField list) const;
+    PathListEditor* listFor(SiteField list) const;
 
     SitePtr m_site;
     UserInteraction& m_interaction;
@@ -169,6 +170,8 @@ private:
     ConnectionTestRow* m_testRow = nullptr;
     QListWidget* m_mandatory = nullptr;
     QListWidget* m_ignored = nullptr;
+    PathListEditor* m_mandatoryList = nullptr;
+    PathListEditor* m_ignoredList = nullptr;
     // Texts of the form that this dialog does not edit (the scripts).
     SiteForm m_loaded;
     // The form as shown at the start or the last save.

@@ -226,8 +226,7 @@ void DeployRun::preDeployLocalScriptResult(const std::optional<Error>& error, co
         alertErrorScript(*error, output);
         return;
     }
-    // The queue is built after the local pre-deploy script, so that what a
-    // build in that script puts into an always-uploaded folder is deployed.
+    // The queue is built after the local pre-deploy script: what it builds is deployed.
     if (m_progress)
         m_progress->setTextLabel(QStringLiteral("Deploying files\u2026"));
     if (!prepareFiles())

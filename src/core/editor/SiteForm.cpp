@@ -126,6 +126,25 @@ SiteForm SiteForm::fromSite(Site& site) {
     return form;
 }
 
+QList<FieldProblem> SiteForm::serverProblems() const {
+    const QList<SiteField> serverFields = {SiteField::Protocol, SiteField::Host,       SiteField::Port,
+                                           SiteField::Username, SiteField::SshKeyPath, SiteField::RemotePath};
+    QList<FieldProblem> problems;
+    for (const FieldProblem& problem : validate()) {
+        if (serverFields.contains(problem.field))
+            problems.append(problem);
+    }
+    return problems;
+}
+
+bool SiteForm::hasSameEdits(const SiteForm& b) const {
+    return name == b.name && localPath == b.localPath && syncRootPath == b.syncRootPath &&
+           protocol == b.protocol && host == b.host && port == b.port && username == b.username &&
+           password == b.password && sshKeyPath == b.sshKeyPath && passphrase == b.passphrase &&
+           passiveMode == b.passiveMode && remotePath == b.remotePath && deployBranch == b.deployBranch &&
+           autoDeploy == b.autoDeploy && mandatoryFiles == b.mandatoryFiles && ignoredFiles == b.ignoredFiles;
+}
+
 QList<FieldProblem> SiteForm::validate() const {
     QList<FieldProblem> problems;
     auto problem = [&problems](SiteField field, const QString& message) {

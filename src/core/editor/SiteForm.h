@@ -69,6 +69,11 @@ public:
 
     // Everything that is wrong, field by field; empty when the form passes.
     QList<FieldProblem> validate() const;
+    // The problems of the fields a connection test needs (protocol, host,
+    // port, user, key, remote path); the rest of the form may wait.
+    QList<FieldProblem> serverProblems() const;
+    // The person changed nothing the site editor edits (the scripts aside).
+    bool hasSameEdits(const SiteForm& other) const;
 
     // Writes the form into the site: the remote path normalised to end with
     // "/", the sync root to a relative folder ending with "/", the folder's
