@@ -120,10 +120,10 @@ PreflightDecision PreflightDecision::decide(const ServerRecord& record,
     if (record.commit == localCommit)
         return decision;
 
-    const auto ask = [&](PreflightQuestion question, const QString& server) {
+    const auto ask = [&](PreflightQuestion asked, const QString& server) {
         decision.action = Action::Ask;
-        decision.question = question;
-        decision.alert = alertFor(question, server, deployBranch);
+        decision.question = asked;
+        decision.alert = alertFor(asked, server, deployBranch);
         return decision;
     };
     // A record without a branch counts as another branch; the branch is
