@@ -40,8 +40,10 @@ class TestCliFailures : public QObject {
         for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
             const QByteArray stat = test::readFile(u"/proc/"_s + pid + u"/stat"_s);
             const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+            // An upload batch (-T), not the single run that reads the record.
             if (fields.size() > 1 && fields.at(1).toLongLong() == parent &&
-                test::readFile(u"/proc/"_s + pid + u"/comm"_s).startsWith("curl"))
+                test::readFile(u"/proc/"_s + pid + u"/comm"_s).startsWith("curl") &&
+                test::readFile(u"/proc/"_s + pid + u"/cmdline"_s).contains(QByteArray("\0-T\0", 4)))
                 found.append(pid);
         }
         return found;

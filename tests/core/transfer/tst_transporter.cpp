@@ -341,7 +341,8 @@ void TestTransporter::batchRunsSequentialAndParallel() {
             folders.unite(own);
             QVERIFY(own.size() <= 5); // whole folders, rarely split
         }
-        QCOMPARE(sizes, (QStringList{u"334"_s, u"334"_s, u"333"_s}));
+        sizes.sort(); // the three start at once, in any order on a busy machine
+        QCOMPARE(sizes, (QStringList{u"333"_s, u"334"_s, u"334"_s}));
         QCOMPARE(engine.delegate.count(u"fail"_s), 1);
         QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
     }
