@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QTimer>
+#include <QWindow>
 
 using namespace tw;
 
@@ -89,10 +90,19 @@ int main(int argc, char* argv[]) {
 
     if (parser.isSet(screenshot)) {
         const QString file = parser.value(screenshot);
-        QTimer::singleShot(800, &window, [&window, file] {
+        // Taken once the window is on the screen and its pending events
+        // are handled, however long a busy machine takes for that.
+        auto* poll = new QTimer(&window);
+        poll->setInterval(50);
+        QObject::connect(poll, &QTimer::timeout, &window, [&window, file, poll] {
+            if (!window.windowHandle() || !window.windowHandle()->isExposed())
+                return;
+            poll->stop();
+            QCoreApplication::processEvents();
             const bool saved = window.grab().save(file);
             QCoreApplication::exit(saved ? 0 : 1);
         });
+        poll->start();
     }
     return app.exec();
 }
