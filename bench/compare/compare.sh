@@ -242,6 +242,9 @@ for _ in 1 2 3 4 5; do
 done
 [ -n "$ftp_pid" ] || die "pure-ftpd did not start: $(cat "$ftp/server.log")"
 
+# An SFTP-only login, as web hosts give: no shell commands. (With a shell,
+# rclone checks every upload with a remote md5sum, one ssh command per file:
+# about 170 s for 2,000 files here instead of under 2 s.)
 ssh=$scratch/ssh
 sftp_home=$ssh/remote
 mkdir -p "$sftp_home" /run/sshd
@@ -267,6 +270,7 @@ StrictModes no
 UseDNS no
 PrintMotd no
 Subsystem sftp internal-sftp -d $sftp_home
+ForceCommand internal-sftp -d $sftp_home
 SSHD
     /usr/sbin/sshd -D -e -f "$ssh/sshd_config" >"$ssh/server.log" 2>&1 &
     ssh_pid=$!
