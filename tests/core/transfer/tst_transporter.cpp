@@ -70,7 +70,8 @@ private slots:
     void batchUploadReadsLines();
     void batchDeleteReplies();
     void batchRunsSequentialAndParallel();
-    void killedCurlFailsTheRun();
+    void batchFailures_data();
+    void batchFailures();
     void debugLogHidesThePassword();
     void abortSingleMode();
     void missingCurl();
@@ -118,6 +119,13 @@ void TestTransporter::singleErrorCapture_data() {
     // curl's failure lines without a number are failures too.
     QTest::newRow("cannot open") << u"err curl: cannot open '/local/index.html'\\n\nexit 26"_s << failure
                                  << QList<double>{0} << u"cannot open '/local/index.html'"_s;
+    // curl's refusals of its own command line: each line is a failure by
+    // itself, whatever the exit status says.
+    QTest::newRow("option")
+        << u"err curl: option --pass: blank argument where content is expected\\n\nexit 0"_s << failure
+        << QList<double>{0} << u"option --pass: blank argument where content is expected"_s;
+    QTest::newRow("try") << u"err curl: try 'curl --help' for more information\\n\nexit 0"_s << failure
+                         << QList<double>{0} << u"try 'curl --help' for more information"_s;
     // curl 8.14 writes its error line a byte at a time: when no read holds
     // the whole marker, the error is found once curl has ended.
     QTest::newRow("error line in pieces")
@@ -348,21 +356,74 @@ void TestTransporter::batchRunsSequentialAndParallel() {
     }
 }
 
-// A curl killed in the middle of a batch, without a word: the file in flight
-// fails, the one before it stands, no completion message.
-void TestTransporter::killedCurlFailsTheRun() {
-    QVERIFY(m_fake->setScript(sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\nsignal 9"_s));
+// How a batch run fails: at the file curl's output names, or, when its
+// lines concern the whole run (curl refusing its own command line) or say
+// nothing at all, at the first file it had not finished, marked as not named.
+// An exit status or a signal alone is a failure. The files sent before
+// stand; nothing after the failure completes, and no completion follows.
+void TestTransporter::batchFailures_data() {
+    QTest::addColumn<bool>("upload");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("completed"); // the first files of the run
+    QTest::addColumn<int>("failed");
+    QTest::addColumn<QString>("failText");
+    QTest::addColumn<bool>("unnamed");
+
+    const QString firstSent = sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\n"_s;
+    QTest::newRow("option") << true
+                            << u"err curl: option --pass: blank argument where content is expected\\n"
+                               u"curl: try 'curl --help' for more information\\n\nexit 2"_s
+                            << 0 << 0 << u"option --pass: blank argument where content is expected"_s << true;
+    QTest::newRow("try alone") << true << u"err curl: try 'curl --help' for more information\\n\nexit 0"_s
+                               << 0 << 0 << u"try 'curl --help' for more information"_s << true;
+    QTest::newRow("cannot open") << true
+                                 << sentMany(0, 1) + u"\nerr curl: cannot open '/l/1.txt'\\n\nexit 26"_s << 1
+                                 << 1 << u"cannot open '/l/1.txt'"_s << false;
+    QTest::newRow("exit status alone")
+        << true << firstSent + u"exit 55"_s << 1 << 1
+        << u"curl ended with exit status 55 before all files were sent"_s << false;
+    QTest::newRow("no output, an exit status")
+        << true << u"exit 7"_s << 0 << 0 << u"curl ended with exit status 7 before all files were sent"_s
+        << false;
+    QTest::newRow("killed") << true << firstSent + u"signal 9"_s << 1 << 1
+                            << u"curl was stopped by a signal before all files were sent"_s << false;
+    QTest::newRow("deletions, exit status alone")
+        << false << u"err > DELE htdocs/0.txt\\r\\n< 250 Deleted htdocs/0.txt\\r\\n\nexit 56"_s << 1 << 1
+        << u"curl ended with exit status 56 before all files were sent"_s << true;
+}
+
+void TestTransporter::batchFailures() {
+    QFETCH(bool, upload);
+    QFETCH(QString, script);
+    QFETCH(int, completed);
+    QFETCH(int, failed);
+    QFETCH(QString, failText);
+    QFETCH(bool, unnamed);
+    QVERIFY(m_fake->setScript(script));
     Engine engine;
-    const QList<TransporterFilePtr> files = engine.uploads(3);
+    QList<TransporterFilePtr> files;
+    if (upload) {
+        files = engine.uploads(3);
+    } else {
+        for (int i = 0; i < 3; ++i)
+            files.append(engine.transporter->deleteFile(u"%1.txt"_s.arg(i)));
+    }
     engine.transporter->runMulti();
     QTRY_COMPARE(engine.idle.count(), 1);
-    QCOMPARE(engine.delegate.of(u"complete"_s).size(), 1);
-    QCOMPARE(engine.delegate.of(u"complete"_s).first().file, files[0]);
-    QCOMPARE(engine.delegate.of(u"fail"_s).size(), 1);
-    QCOMPARE(engine.delegate.of(u"fail"_s).first().file, files[1]);
-    QCOMPARE(engine.delegate.of(u"fail"_s).first().text,
-             u"curl was stopped by a signal before all files were sent"_s);
-    QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
+
+    const RecordingDelegate& delegate = engine.delegate;
+    QCOMPARE(delegate.count(u"complete"_s), completed);
+    for (int i = 0; i < completed; ++i)
+        QCOMPARE(delegate.of(u"complete"_s).at(i).file, files[i]);
+    QCOMPARE(delegate.count(u"fail"_s), 1);
+    QCOMPARE(delegate.kinds().last(), u"fail"_s);
+    const auto failure = delegate.of(u"fail"_s).first();
+    QCOMPARE(failure.file, files[failed]);
+    QCOMPARE(failure.text, failText);
+    QCOMPARE(failure.file->failureIsUnnamed(), unnamed);
+    QVERIFY(failure.file->hasError());
+    QVERIFY(engine.transporter->errorString()->contains(failText));
+    QVERIFY(!delegate.ended());
 }
 
 // Debug mode adds "-vvv" and logs the command line, its password masked.
