@@ -109,7 +109,9 @@ QList<QList<TransporterFilePtr>> Transporter::uploadGroups(const QList<Transport
                      });
     const qsizetype least = divideRoundingUp(count, uploadsPerBatch);
     const qsizetype waves = connections * divideRoundingUp(least, connections);
-    const qsizetype runs = std::max(least, std::min(waves, divideRoundingUp(count, minimumParallelBatch)));
+    // Rounded down: 120 files make two runs of 60, never three of 40.
+    const qsizetype most = std::max<qsizetype>(1, count / minimumParallelBatch);
+    const qsizetype runs = std::max(least, std::min(waves, most));
     qsizetype start = 0;
     for (qsizetype run = 0; run < runs; ++run) {
         const qsizetype size = count / runs + (run < count % runs ? 1 : 0);

@@ -286,7 +286,7 @@ void TestTransporter::batchDeleteReplies() {
 
 // With one connection: runs of 500 uploads, then of 200 deletes, one after
 // another, in queue order. With three: balanced runs, folder by folder, at
-// most three at once, the deletes after every upload.
+// most three at once, at least 50 files each, the deletes after every upload.
 void TestTransporter::batchRunsSequentialAndParallel() {
     {
         QVERIFY(m_fake->setScript(1, sentMany(0, 500)));
@@ -353,6 +353,26 @@ void TestTransporter::batchRunsSequentialAndParallel() {
         QCOMPARE(sizes, (QStringList{u"333"_s, u"334"_s, u"334"_s}));
         QCOMPARE(engine.delegate.count(u"fail"_s), 1);
         QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
+    }
+    {
+        // No run below 50 files: 120 files make two runs of 60, not three
+        // of 40; 49 files one run.
+        for (const auto& [count, sizes] :
+             {std::pair{120, QStringList{u"60"_s, u"60"_s}}, std::pair{49, QStringList{u"49"_s}}}) {
+            m_fake = std::make_unique<FakeCurl>();
+            ToolPaths::setToolsDirectory(m_fake->folder());
+            QVERIFY(m_fake->setScript(u"pause 100\nexit 0"_s));
+            Engine engine;
+            engine.transporter->setMaxSimultaneousConnectinos(3);
+            engine.uploads(count);
+            engine.transporter->runMulti();
+            QCOMPARE(engine.transporter->runningProcessCount(), sizes.size());
+            QTRY_COMPARE(engine.idle.count(), 1);
+            QStringList seen;
+            for (int run = 1; run <= m_fake->invocationCount(); ++run)
+                seen.append(QString::number(m_fake->arguments(run).count(u"-T"_s)));
+            QCOMPARE(seen, sizes);
+        }
     }
 }
 
