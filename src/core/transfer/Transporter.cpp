@@ -366,7 +366,7 @@ void Transporter::captureErrorResponse(const TransporterFilePtr& file, const QBy
         writeLog(text);
     }
     if (const std::optional<double> percent = CurlLines::percentIn(text);
-        percent && m_delegate && !file->m_hasError)
+        percent && m_delegate && !file->m_hasError && !m_isTerminating)
         m_delegate->didCompletePercent(file, *percent);
     for (const QString& line : file->m_errorLines.add(chunk))
         errorLine(file, line);

@@ -73,6 +73,7 @@ private slots:
     void batchFailures_data();
     void batchFailures();
     void debugLogHidesThePassword();
+    void nothingAfterAFailure();
     void abortSingleMode();
     void missingCurl();
     void releasedDuringAMessage();
@@ -446,6 +447,43 @@ void TestTransporter::batchFailures() {
     QVERIFY(!delegate.ended());
 }
 
+// Once a batch run has failed, nothing more is reported: not the files
+// curl still sent after the failed one (it goes on with the next), in the
+// same read or later, nor what another run, stopped because of the failure,
+// still wrote.
+void TestTransporter::nothingAfterAFailure() {
+    QVERIFY(m_fake->setScript(1, sentMany(0, 1) +
+                                     u"> STOR 1.txt\\r\\n< 553 Can't open that file\\r\\n"
+                                     u"* Connection #0 to host srv1 left intact\\ncurl: (25) Failed FTP "
+                                     u"upload: 553\\n"_s +
+                                     sentMany(2, 2).mid(4) + u"\nexit 25"_s));
+    {
+        Engine engine;
+        const QList<TransporterFilePtr> files = engine.uploads(4);
+        engine.transporter->runMulti();
+        QTRY_COMPARE(engine.idle.count(), 1);
+        QCOMPARE(engine.delegate.kinds().last(), u"fail"_s);
+        QCOMPARE(engine.delegate.messages.last().file, files[1]);
+        QCOMPARE(engine.delegate.count(u"complete"_s), 1);
+        QCOMPARE(engine.delegate.of(u"complete"_s).first().file, files[0]);
+    }
+
+    // Two runs at once: the first fails (after the second has started), the
+    // second goes on writing after it was told to stop.
+    m_fake = std::make_unique<FakeCurl>();
+    ToolPaths::setToolsDirectory(m_fake->folder());
+    QVERIFY(m_fake->setScript(1, u"pause 500\nerr curl: (25) Failed FTP upload: 553\\n\nexit 25"_s));
+    QVERIFY(m_fake->setScript(2, u"trap\nwait\nerr \\r###### 50.0%\n"_s + sentMany(0, 50) + u"\nexit 0"_s));
+    Engine engine;
+    engine.transporter->setMaxSimultaneousConnectinos(3);
+    engine.uploads(100);
+    engine.transporter->runMulti();
+    QCOMPARE(engine.transporter->runningProcessCount(), 2);
+    QTRY_COMPARE(engine.idle.count(), 1);
+    QVERIFY(m_fake->wasTerminated(2));
+    QCOMPARE(engine.delegate.kinds(), QStringList{u"fail"_s});
+}
+
 // Debug mode adds "-vvv" and logs the command line, its password masked.
 void TestTransporter::debugLogHidesThePassword() {
     Preferences::instance().setBool(u"debugEnabled"_s, true);
@@ -462,9 +500,10 @@ void TestTransporter::debugLogHidesThePassword() {
     QVERIFY(!text.contains("bob:pw"));
 }
 
-// An abort leaves no curl running and sends no completion.
+// An abort leaves no curl running and sends no completion; what a curl
+// still writes after it was told to stop is not reported.
 void TestTransporter::abortSingleMode() {
-    QVERIFY(m_fake->setScript(u"err   10.0%\\r\nwait"_s));
+    QVERIFY(m_fake->setScript(u"trap\nerr   10.0%\\r\nwait\nerr   50.0%\\r\nexit 0"_s));
     Engine engine;
     Transporter& transporter = *engine.transporter;
     transporter.uploadFile(u"/l/a"_s, u"a"_s);
