@@ -52,6 +52,42 @@ QStringList curlCommandLines() {
     return lines;
 }
 
+// A relay in front of a server on loopback that writes down everything the
+// clients send (the FTP commands), so that a test counts what reached the
+// server: curl's own trace comes in pieces and proves nothing about it.
+bool startCommandTap(ServerProcess& tap, quint16 server, const QString& record, const QString& log) {
+    return tap.start(
+        u"/usr/bin/python3"_s,
+        [&](quint16 port) {
+            return QStringList{
+                u"-c"_s,
+                u"import socket, sys, threading\n"
+                u"port, server, record = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]\n"
+                u"out = open(record, 'ab', buffering=0); lock = threading.Lock()\n"
+                u"def pump(source, target, keep):\n"
+                u"    try:\n"
+                u"        while True:\n"
+                u"            data = source.recv(65536)\n"
+                u"            if not data: break\n"
+                u"            if keep:\n"
+                u"                with lock: out.write(data)\n"
+                u"            target.sendall(data)\n"
+                u"    except OSError: pass\n"
+                u"    for s in (source, target):\n"
+                u"        try: s.shutdown(socket.SHUT_RDWR)\n"
+                u"        except OSError: pass\n"
+                u"s = socket.socket(); s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)\n"
+                u"s.bind(('127.0.0.1', port)); s.listen(16)\n"
+                u"while True:\n"
+                u"    client, _ = s.accept()\n"
+                u"    upstream = socket.create_connection(('127.0.0.1', server))\n"
+                u"    threading.Thread(target=pump, args=(client, upstream, True), daemon=True).start()\n"
+                u"    threading.Thread(target=pump, args=(upstream, client, False), daemon=True).start()\n"_s,
+                QString::number(port), QString::number(server), record};
+        },
+        log);
+}
+
 } // namespace
 
 class TestTransferTrust : public QObject {
@@ -218,20 +254,24 @@ private slots:
         }
     }
 
-    // 200 deletions: each DELE is sent once (curl sends a run's quote
-    // commands before every transfer of it), and the folders they empty go,
-    // parents too.
+    // 200 deletions: each DELE reaches the server once (curl sends a run's
+    // quote commands before every transfer of it), and the folders they
+    // empty go, parents too.
     void ftpDeletesSentOnce() {
         FtpServer ftp;
         TW_REQUIRE_SERVER(ftp);
-        Preferences::instance().setBool(u"debugEnabled"_s, true);
+        QTemporaryDir folder;
+        const QString record = folder.filePath(u"commands"_s);
+        ServerProcess tap;
+        QVERIFY2(startCommandTap(tap, ftp.port(), record, folder.filePath(u"tap.log"_s)),
+                 qPrintable(tap.errorString()));
         QStringList names;
         for (int i = 0; i < 200; ++i) {
             names << u"d%1/deep/f%2.txt"_s.arg(i % 4).arg(i);
             QVERIFY(ftp.writeFile(u"www/"_s + names.last(), "x"));
         }
         QVERIFY(ftp.writeFile(u"www/keep.txt"_s, "stays"));
-        auto site = siteFor(u"127.0.0.1"_s, ftp.port(), FtpServer::userName(), u"www/"_s);
+        auto site = siteFor(u"127.0.0.1"_s, tap.port(), FtpServer::userName(), u"www/"_s);
         Transporter engine(std::make_shared<TransporterFTPConnection>(site, FtpServer::password()));
         RecordingDelegate delegate;
         engine.setDelegate(&delegate);
@@ -242,8 +282,10 @@ private slots:
         QCOMPARE(delegate.kinds().last(), u"all"_s);
         QCOMPARE(tree(ftp.homeFolder() + u"/www"_s), QStringList{u"keep.txt"_s});
         QVERIFY(!QFile::exists(ftp.homeFolder() + u"/www/d0"_s));
-        const QByteArray log = readFile(Logger::sharedInstance().logFilePath());
-        QCOMPARE(log.count("> DELE "), 200);
+        const QByteArray commands = readFile(record);
+        QCOMPARE(commands.count("\r\nDELE "), 200);
+        for (const QString& name : std::as_const(names))
+            QCOMPARE(commands.count(QByteArray("DELE www/" + name.toUtf8() + "\r\n")), 1);
     }
 
     // A host given as an IPv6 address.
