@@ -21,6 +21,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
+
 using namespace Qt::StringLiterals;
 
 namespace tw::test {
@@ -86,6 +88,31 @@ bool startCommandTap(ServerProcess& tap, quint16 server, const QString& record, 
                 QString::number(port), QString::number(server), record};
         },
         log);
+}
+
+// Waits until done() holds (at most 60 s), sampling the command lines of
+// this process's curl children all the while; answers how many curl
+// processes the samples saw, -1 when done() never held.
+int sampleCurlsUntil(const std::function<bool()>& done, QStringList& lines) {
+    int seen = 0;
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > 60000)
+            return -1;
+        const QStringList now = curlCommandLines();
+        seen += int(now.size());
+        lines << now;
+        QTest::qWait(1);
+    }
+    return seen;
+}
+
+// A batch run, sampled as above.
+int runSampled(Transporter& transporter, QStringList& lines) {
+    QSignalSpy idle(&transporter, &Transporter::becameIdle);
+    transporter.runMulti();
+    return sampleCurlsUntil([&] { return idle.count() > 0; }, lines);
 }
 
 } // namespace
@@ -323,25 +350,20 @@ private slots:
         QStringList commandLines;
         QStringList texts;
 
+        // Every part samples curl's command line while curl runs, and must
+        // have seen it.
         auto ftpSite = siteFor(u"127.0.0.1"_s, ftp.port(), FtpServer::userName(), u"www/"_s);
         {
             Transporter engine(std::make_shared<TransporterFTPConnection>(ftpSite, FtpServer::password()));
-            struct Sampling : RecordingDelegate {
-                QStringList* lines = nullptr;
-                void didCompletePercent(const TransporterFilePtr& file, double percent) override {
-                    RecordingDelegate::didCompletePercent(file, percent);
-                    lines->append(curlCommandLines());
-                }
-            } delegate;
-            delegate.lines = &commandLines;
+            RecordingDelegate delegate;
             engine.setDelegate(&delegate);
             for (int i = 0; i < 50; ++i)
                 engine.uploadFile(localFile(u"s/%1.txt"_s.arg(i), "x"), u"%1.txt"_s.arg(i));
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.kinds().last(), u"all"_s);
             QVERIFY(ftp.makeUnwritable(u"www/locked"_s));
             engine.uploadFile(localFile(u"s/x.txt"_s, "x"), u"locked/x.txt"_s);
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.count(u"fail"_s), 1);
             texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
         }
@@ -351,7 +373,7 @@ private slots:
             TestConnection test(transporter);
             std::optional<std::optional<Error>> outcome;
             test.checkWithCompletion([&](std::optional<Error> error) { outcome = error; });
-            QTRY_VERIFY(outcome.has_value());
+            QVERIFY(sampleCurlsUntil([&] { return outcome.has_value(); }, commandLines) > 0);
             QVERIFY(!*outcome);
         }
         {
@@ -362,8 +384,7 @@ private slots:
             RecordingDelegate delegate;
             engine.setDelegate(&delegate);
             engine.uploadFile(localFile(u"p.txt"_s, "x"), u"p.txt"_s);
-            commandLines.append(curlCommandLines());
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.count(u"fail"_s), 1);
             texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
         }
