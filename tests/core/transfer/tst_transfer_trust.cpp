@@ -17,6 +17,8 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -249,6 +251,63 @@ private slots:
             QCOMPARE(readFile(ssh.remoteFolder() + u"/logins/"_s + login.name + u".txt"_s),
                      login.name.toUtf8());
         }
+    }
+
+    // curl runs with a private home: a key in the person's ~/.ssh is not
+    // used by itself (a site names its key), while ssh-agent still is.
+    void sshAgentAndPrivateHome() {
+        SshServer ssh;
+        TW_REQUIRE_SERVER(ssh);
+        const QByteArray key = readFile(ssh.keyPath());
+        QVERIFY(!key.isEmpty());
+        const QString ownKeys = QDir::homePath() + u"/.ssh"_s;
+        QVERIFY(QDir().mkpath(ownKeys));
+        const auto removeKeys = qScopeGuard([&] { QDir(ownKeys).removeRecursively(); });
+        for (const QString& name : {u"id_rsa"_s, u"id_ed25519"_s}) {
+            QFile file(ownKeys + u'/' + name);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(key);
+            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        }
+        auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/agent/"_s);
+        const QByteArray agentBefore = qgetenv("SSH_AUTH_SOCK");
+        qunsetenv("SSH_AUTH_SOCK");
+        {
+            Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+            RecordingDelegate delegate;
+            engine.setDelegate(&delegate);
+            engine.uploadFile(localFile(u"agent/home.txt"_s, "home"), u"home.txt"_s);
+            QVERIFY(runBatch(engine));
+            QCOMPARE(delegate.count(u"fail"_s), 1);
+            QCOMPARE(delegate.of(u"fail"_s).first().text, u"(67) Authentication failure"_s);
+        }
+
+        QTemporaryDir folder;
+        const QString socket = folder.filePath(u"agent.sock"_s);
+        QProcess agent;
+        agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
+        QVERIFY(agent.waitForStarted());
+        const auto stopAgent = qScopeGuard([&] {
+            agent.terminate();
+            agent.waitForFinished();
+            if (agentBefore.isEmpty())
+                qunsetenv("SSH_AUTH_SOCK");
+            else
+                qputenv("SSH_AUTH_SOCK", agentBefore);
+        });
+        QTRY_VERIFY(QFileInfo::exists(socket));
+        qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
+        QProcess add;
+        add.start(u"/usr/bin/ssh-add"_s, {ownKeys + u"/id_ed25519"_s});
+        QVERIFY(add.waitForFinished());
+        QVERIFY2(add.exitCode() == 0, add.readAllStandardError().constData());
+        Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+        RecordingDelegate delegate;
+        engine.setDelegate(&delegate);
+        engine.uploadFile(localFile(u"agent/agent.txt"_s, "agent"), u"agent.txt"_s);
+        QVERIFY(runBatch(engine));
+        QVERIFY2(delegate.kinds().last() == u"all"_s, qPrintable(delegate.of(u"fail"_s).value(0).text));
+        QCOMPARE(readFile(ssh.remoteFolder() + u"/agent/agent.txt"_s), QByteArray("agent"));
     }
 
     // SFTP deletes hit the files the uploads wrote, under an absolute remote
