@@ -75,6 +75,7 @@ private slots:
     void debugLogHidesThePassword();
     void nothingAfterAFailure();
     void abortSingleMode();
+    void abortStopsAFailedItemsCurl();
     void missingCurl();
     void releasedDuringAMessage();
 
@@ -521,6 +522,21 @@ void TestTransporter::abortSingleMode() {
     QCOMPARE(m_fake->invocationCount(), 2);
     QCOMPARE(engine.delegate.kinds(), (QStringList{u"percent"_s, u"percent"_s, u"percent"_s, u"percent"_s}));
     QVERIFY(transporter.connectionPool().isEmpty());
+}
+
+// A curl that said its error has failed its item, which leaves the pool,
+// yet it may still run (stuck closing its connection, say): an abort stops
+// it all the same.
+void TestTransporter::abortStopsAFailedItemsCurl() {
+    QVERIFY(m_fake->setScript(u"err curl: (7) Failed to connect\\n\nwait"_s));
+    Engine engine;
+    engine.transporter->uploadFile(u"/l/a"_s, u"a"_s);
+    engine.transporter->run();
+    QTRY_COMPARE(engine.delegate.count(u"allWithErrors"_s), 1);
+    QCOMPARE(engine.transporter->runningProcessCount(), 1);
+    engine.transporter->terminateAllTasks();
+    QTRY_COMPARE(engine.idle.count(), 1);
+    QVERIFY(m_fake->wasTerminated(1));
 }
 
 // A curl that cannot be started: the item fails with a text that says why.
