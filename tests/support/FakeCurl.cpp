@@ -51,7 +51,7 @@ QString scriptError(const QString& script) {
             const int value = argument.toInt(&isNumber);
             if (!isNumber || value < 0)
                 return where + QStringLiteral("not a number: ") + argument;
-        } else if (command != QStringLiteral("wait")) {
+        } else if (command != QStringLiteral("wait") && command != QStringLiteral("trap")) {
             return where + QStringLiteral("unknown command ") + command;
         }
     }

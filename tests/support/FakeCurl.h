@@ -41,6 +41,10 @@ namespace tw::test {
 //     wait       block until terminated (SIGTERM ends it as a signal would
 //                end curl); ends by itself with SIGALRM after 120 s
 //     signal N   die by signal N now (9: as if killed from outside)
+//     trap       from here on SIGTERM and SIGINT are recorded but do not end
+//                the fake, and a later wait ends when one arrives: the
+//                script goes on, as a curl's last output is still on its
+//                way after it was told to stop
 //
 // The end of the script is exit status 0. TEXT takes the escapes \n \r \t
 // \0 \\ and \xHH (any byte, so invalid UTF-8 can be written); any other

@@ -27,6 +27,9 @@ constexpr long drainTimeoutMs = 3000;
 constexpr unsigned waitLimitSeconds = 120;
 
 char terminatedMarker[4096];
+// "trap": a terminating signal is recorded and the script goes on.
+volatile sig_atomic_t trapping = 0;
+volatile sig_atomic_t terminated = 0;
 
 void writeAll(int fd, const char* data, size_t size) {
     size_t done = 0;
@@ -126,6 +129,9 @@ void onTerminate(int signalNumber) {
     const int fd = ::open(terminatedMarker, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     if (fd >= 0)
         ::close(fd);
+    terminated = 1;
+    if (trapping)
+        return;
     ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
 }
@@ -218,8 +224,11 @@ int run(const std::string& script) {
             return static_cast<int>(number(argument, lineNumber));
         } else if (command == "wait") {
             ::alarm(waitLimitSeconds);
-            for (;;)
-                ::pause();
+            while (!(trapping && terminated))
+                sleepMs(5); // a signal between the check and a pause() would be missed
+            ::alarm(0);
+        } else if (command == "trap") {
+            trapping = 1;
         } else if (command == "signal") {
             // Dies by the signal, as a curl killed from outside does.
             const int number_ = static_cast<int>(number(argument, lineNumber));

@@ -21,7 +21,9 @@ public:
     // The environment for running the own curl: the process's environment
     // with the tools folder's lib/ first on the library path, and a private
     // empty home (HOME, CURL_HOME, XDG_CONFIG_HOME) so that no .curlrc of
-    // the person's applies.
+    // the person's applies. So curl never looks for a key in ~/.ssh: an
+    // SFTP site names its key, or logs in with a password or through
+    // ssh-agent (SSH_AUTH_SOCK is kept).
     static QProcessEnvironment curlEnvironment();
 
     // The first line of "curl --version" of the own curl, or nothing when it

@@ -63,6 +63,11 @@ void BatchOutputParser::uploadLine(const QString& line) {
             fail(m_indexOfFile.value(*file, m_ended), *error, m_indexOfFile.contains(*file));
             return;
         }
+        if (CurlLines::concernsTheCommandLine(*error)) {
+            // About the whole run: no file is at fault.
+            fail(firstOpen(), *error, false);
+            return;
+        }
         fail(m_pending >= 0 ? m_pending : m_ended, *error);
         m_pending = -1;
         return;

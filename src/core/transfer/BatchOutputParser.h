@@ -17,7 +17,9 @@ namespace tw {
 // transfer with its error line right after that end, and goes on with the
 // next transfer. So a transfer counts as sent once the next one has ended, or
 // curl has ended, without an error line for it; "curl: cannot open 'FILE'"
-// names the file it could not read (curl stops the whole run there).
+// names the file it could not read (curl stops the whole run there); a line
+// about curl's own command line ("curl: option ...", "curl: try ...") fails
+// the run without naming a file.
 //
 // Deletions run as quote commands ("DELE path") before one transfer: each
 // reply, in order, confirms or refuses the next file. A server that echoes no

@@ -2,7 +2,21 @@
 
 #include "model/SyncRoot.h"
 
+#include <arpa/inet.h>
+
 namespace tw {
+
+namespace {
+
+// An IPv6 address, with a zone ("fe80::1%eth0") or without: what curl needs
+// in brackets. A name with a port ("example.org:2121") is not one.
+bool isIpv6Literal(const QString& host) {
+    const QByteArray address = host.section(QLatin1Char('%'), 0, 0).toLatin1();
+    in6_addr parsed{};
+    return !address.isEmpty() && ::inet_pton(AF_INET6, address.constData(), &parsed) == 1;
+}
+
+} // namespace
 
 ConnectionAddress ConnectionAddress::of(const Site& site) {
     ConnectionAddress address;
@@ -12,7 +26,7 @@ ConnectionAddress ConnectionAddress::of(const Site& site) {
     if (address.host.endsWith(QLatin1Char('/')))
         address.host.chop(1);
     // An IPv6 address stands in brackets in a URL ("[::1]:21").
-    if (address.host.contains(QLatin1Char(':')) && !address.host.startsWith(QLatin1Char('[')))
+    if (isIpv6Literal(address.host))
         address.host = QLatin1Char('[') + address.host + QLatin1Char(']');
     address.path = site.remotePath.value_or(QString());
     if (!address.path.isEmpty() && !address.path.endsWith(QLatin1Char('/')))

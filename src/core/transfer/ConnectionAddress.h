@@ -9,8 +9,9 @@ namespace tw {
 // Where a site's files go, as every connection builds it from the site: the
 // server part of the URLs and the remote folder, and a file's remote name.
 struct ConnectionAddress {
-    // The host without a trailing "/", then ":" and the port when the site
-    // has a port text (even an empty one), then "/".
+    // The host without a trailing "/" (in brackets when it is an IPv6
+    // address), then ":" and the port when the site has a port text (even an
+    // empty one), then "/".
     QString host;
     // The remote path, with "/" appended unless it is empty.
     QString path;

@@ -50,6 +50,12 @@ std::optional<QString> CurlLines::errorIn(const QString& line) {
     }
 }
 
+bool CurlLines::concernsTheCommandLine(const QString& error) {
+    const QStringView after = QStringView(error).mid(6); // after "curl: "
+    return after.startsWith(QStringLiteral("option ")) || after.startsWith(QStringLiteral("try ")) ||
+           after.startsWith(QStringLiteral("no URL")) || after.startsWith(QStringLiteral("Can't open"));
+}
+
 std::optional<QString> CurlLines::unreadableFileIn(const QString& line) {
     static const QString marker = QStringLiteral("curl: cannot open '");
     const qsizetype at = line.indexOf(marker);

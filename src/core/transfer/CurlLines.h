@@ -25,6 +25,10 @@ public:
     // without a number ("curl: cannot open '...'", "curl: option ...",
     // "curl: try ..."). Nothing when the line reports no error.
     static std::optional<QString> errorIn(const QString& line);
+    // Whether an error text (as errorIn answers it) is about curl's command
+    // line or configuration ("curl: option ...", "curl: try ..."), not about
+    // one of the run's transfers.
+    static bool concernsTheCommandLine(const QString& error);
     // The local file of a "curl: cannot open 'PATH'" line.
     static std::optional<QString> unreadableFileIn(const QString& line);
     // The last percentage of the progress frames in the line.

@@ -366,7 +366,7 @@ void Transporter::captureErrorResponse(const TransporterFilePtr& file, const QBy
         writeLog(text);
     }
     if (const std::optional<double> percent = CurlLines::percentIn(text);
-        percent && m_delegate && !file->m_hasError)
+        percent && m_delegate && !file->m_hasError && !m_isTerminating)
         m_delegate->didCompletePercent(file, *percent);
     for (const QString& line : file->m_errorLines.add(chunk))
         errorLine(file, line);
@@ -412,17 +412,17 @@ void Transporter::captureResult(const TransporterFilePtr& file, const QByteArray
 // ---------------------------------------------------------------------------
 // Aborting
 
+// Every curl of this transporter stops: those of the pool and the running
+// batches, and also one whose item has failed already but which is still
+// running (it printed its error and has not ended).
 void Transporter::terminateAllTasks() {
     m_isTerminating = true;
     m_queue.clear();
-    for (const TransporterFilePtr& file : std::as_const(m_connectionPool)) {
-        if (QProcess* process = file->task())
-            terminateProcess(process);
-    }
     m_queueMulti.clear();
-    const QList<BatchPtr> running = std::exchange(m_runningBatches, {});
-    for (const BatchPtr& batch : running)
-        terminateProcess(batch->process);
+    m_runningBatches.clear();
+    const QSet<QProcess*> processes = m_processes;
+    for (QProcess* process : processes)
+        terminateProcess(process);
     if (debugEnabled()) {
         writeLog(QString(68, QLatin1Char('-')));
         writeLog(QStringLiteral("Session terminated @ ") + Logger::sharedInstance().timestamp());

@@ -173,6 +173,9 @@ private:
     BatchPtr buildBatch(const QList<TransporterFilePtr>& group, bool isUpload);
     void startBatches();
     void launchBatch(const BatchPtr& batch);
+    // Whether the batch's output still counts: it runs, and the run has not
+    // failed or been aborted.
+    bool batchIsLive(const BatchPtr& batch) const;
     void batchChunk(const BatchPtr& batch, const QByteArray& chunk);
     void batchFinished(const BatchPtr& batch, int exitCode, bool crashed);
     void batchFailedToStart(const BatchPtr& batch, const QString& reason);

@@ -109,7 +109,9 @@ QList<QList<TransporterFilePtr>> Transporter::uploadGroups(const QList<Transport
                      });
     const qsizetype least = divideRoundingUp(count, uploadsPerBatch);
     const qsizetype waves = connections * divideRoundingUp(least, connections);
-    const qsizetype runs = std::max(least, std::min(waves, divideRoundingUp(count, minimumParallelBatch)));
+    // Rounded down: 120 files make two runs of 60, never three of 40.
+    const qsizetype most = std::max<qsizetype>(1, count / minimumParallelBatch);
+    const qsizetype runs = std::max(least, std::min(waves, most));
     qsizetype start = 0;
     for (qsizetype run = 0; run < runs; ++run) {
         const qsizetype size = count / runs + (run < count % runs ? 1 : 0);
@@ -136,14 +138,17 @@ Transporter::BatchPtr Transporter::buildBatch(const QList<TransporterFilePtr>& g
         for (const TransporterFilePtr& file : group)
             localFiles.append(file->filePath().value_or(QString()));
     }
+    // A run that failed, was aborted or stopped for another's failure
+    // reports nothing more, whatever its output still says; a delegate that
+    // aborts during one message gets no further one.
     const std::weak_ptr<Batch> weakBatch = batch;
     BatchOutputParser::Events events;
     events.percent = [this, weakBatch](qsizetype index, double percent) {
-        if (const BatchPtr b = weakBatch.lock(); b && m_delegate)
+        if (const BatchPtr b = weakBatch.lock(); b && m_delegate && batchIsLive(b))
             m_delegate->didCompletePercent(b->group.at(index), percent);
     };
     events.completed = [this, weakBatch](qsizetype index) {
-        if (const BatchPtr b = weakBatch.lock(); b && m_delegate)
+        if (const BatchPtr b = weakBatch.lock(); b && m_delegate && batchIsLive(b))
             m_delegate->didComplete(b->group.at(index));
     };
     events.failed = [this, weakBatch](qsizetype index, const QString& text, bool named) {
@@ -154,7 +159,7 @@ Transporter::BatchPtr Transporter::buildBatch(const QList<TransporterFilePtr>& g
     // on and still ends well (the file may well be gone already).
     events.refused = [this, weakBatch](qsizetype index, const QString& reply) {
         const BatchPtr b = weakBatch.lock();
-        if (!b)
+        if (!b || !batchIsLive(b))
             return;
         const TransporterFilePtr& file = b->group.at(index);
         if (debugEnabled())
@@ -214,15 +219,26 @@ void Transporter::startBatches() {
     }
 }
 
+bool Transporter::batchIsLive(const BatchPtr& batch) const {
+    return !m_isTerminating && m_runningBatches.contains(batch);
+}
+
+// Logged always (debug), read only while the run is live: once it failed or
+// was stopped, what curl still writes is its aftermath.
 void Transporter::batchChunk(const BatchPtr& batch, const QByteArray& chunk) {
     if (debugEnabled())
         Logger::sharedInstance().debugLog(QString::fromUtf8(chunk));
+    if (!batchIsLive(batch))
+        return;
     if (batch->isUpload) {
         if (const std::optional<double> percent = CurlLines::percentIn(QString::fromUtf8(chunk)))
             batch->parser->progress(*percent);
     }
-    for (const QString& line : batch->lines.add(chunk))
+    for (const QString& line : batch->lines.add(chunk)) {
+        if (!batchIsLive(batch))
+            break;
         batch->parser->line(line);
+    }
 }
 
 void Transporter::launchBatch(const BatchPtr& batch) {
@@ -274,12 +290,13 @@ void Transporter::launchBatch(const BatchPtr& batch) {
 }
 
 void Transporter::batchFinished(const BatchPtr& batch, int exitCode, bool crashed) {
-    if (const std::optional<QString> rest = batch->lines.rest())
-        batch->parser->line(*rest);
     if (batch->isUpload && (crashed || exitCode != 0))
         writeLog(QStringLiteral("Transporter: terminationStatus = fail"));
-    const bool running = m_runningBatches.contains(batch);
-    if (running && !m_isTerminating)
+    if (batchIsLive(batch)) {
+        if (const std::optional<QString> rest = batch->lines.rest())
+            batch->parser->line(*rest);
+    }
+    if (batchIsLive(batch))
         batch->parser->finished(exitCode, crashed);
     if (!m_runningBatches.removeOne(batch))
         return; // aborted, or failed and abandoned

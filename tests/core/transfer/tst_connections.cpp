@@ -46,6 +46,8 @@ private slots:
     void initTestCase() { TestEnvironment::isolate(); }
     void modeAndEncryption();
     void sftpKeysAndHomeFolder();
+    void hostInTheUrl_data();
+    void hostInTheUrl();
     void deployerChoosesTheConnection();
     void deployerRefusesAMissingUserName();
 };
@@ -107,6 +109,34 @@ void TestConnections::sftpKeysAndHomeFolder() {
     QCOMPARE(absolute.quoteTarget(u"a"_s).commandPath, u"/srv/www/a"_s);
     TransporterSFTPConnection relative(makeSite(u"2"_s, u"www"_s), u"pw"_s, std::nullopt);
     QCOMPARE(relative.quoteTarget(u"a b\"c"_s).commandPath, u"/www/a b\"c"_s);
+}
+
+// An IPv6 address stands in brackets in a URL; nothing else does, not even
+// a host typed with its port (curl then says the URL is wrong).
+void TestConnections::hostInTheUrl_data() {
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<std::optional<QString>>("port");
+    QTest::addColumn<QString>("url");
+    QTest::newRow("IPv6") << u"::1"_s << std::optional<QString>(u"2121"_s) << u"ftp://[::1]:2121/www/a"_s;
+    QTest::newRow("IPv6, no port") << u"2001:db8::7/"_s << std::optional<QString>()
+                                   << u"ftp://[2001:db8::7]/www/a"_s;
+    QTest::newRow("IPv6 in brackets")
+        << u"[::1]"_s << std::optional<QString>(u"21"_s) << u"ftp://[::1]:21/www/a"_s;
+    QTest::newRow("name with a port")
+        << u"example.org:2121"_s << std::optional<QString>() << u"ftp://example.org:2121/www/a"_s;
+    QTest::newRow("IPv4") << u"127.0.0.1"_s << std::optional<QString>(u"21"_s)
+                          << u"ftp://127.0.0.1:21/www/a"_s;
+}
+
+void TestConnections::hostInTheUrl() {
+    QFETCH(QString, host);
+    QFETCH(std::optional<QString>, port);
+    QFETCH(QString, url);
+    const SitePtr site = makeSite(port, u"www"_s);
+    site->host = host;
+    auto connection = std::make_shared<TransporterFTPConnection>(site, u"pw"_s);
+    Transporter items(connection);
+    QCOMPARE(connection->fileUrl(*items.readFile(u"a"_s)), url);
 }
 
 // The protocol text is matched exactly; anything else is plain FTP, which

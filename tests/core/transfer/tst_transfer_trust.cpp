@@ -17,9 +17,13 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -50,6 +54,67 @@ QStringList curlCommandLines() {
         lines.append(QString::fromUtf8(readFile(u"/proc/"_s + pid + u"/cmdline"_s).replace('\0', ' ')));
     }
     return lines;
+}
+
+// A relay in front of a server on loopback that writes down everything the
+// clients send (the FTP commands), so that a test counts what reached the
+// server: curl's own trace comes in pieces and proves nothing about it.
+bool startCommandTap(ServerProcess& tap, quint16 server, const QString& record, const QString& log) {
+    return tap.start(
+        u"/usr/bin/python3"_s,
+        [&](quint16 port) {
+            return QStringList{
+                u"-c"_s,
+                u"import socket, sys, threading\n"
+                u"port, server, record = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]\n"
+                u"out = open(record, 'ab', buffering=0); lock = threading.Lock()\n"
+                u"def pump(source, target, keep):\n"
+                u"    try:\n"
+                u"        while True:\n"
+                u"            data = source.recv(65536)\n"
+                u"            if not data: break\n"
+                u"            if keep:\n"
+                u"                with lock: out.write(data)\n"
+                u"            target.sendall(data)\n"
+                u"    except OSError: pass\n"
+                u"    for s in (source, target):\n"
+                u"        try: s.shutdown(socket.SHUT_RDWR)\n"
+                u"        except OSError: pass\n"
+                u"s = socket.socket(); s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)\n"
+                u"s.bind(('127.0.0.1', port)); s.listen(16)\n"
+                u"while True:\n"
+                u"    client, _ = s.accept()\n"
+                u"    upstream = socket.create_connection(('127.0.0.1', server))\n"
+                u"    threading.Thread(target=pump, args=(client, upstream, True), daemon=True).start()\n"
+                u"    threading.Thread(target=pump, args=(upstream, client, False), daemon=True).start()\n"_s,
+                QString::number(port), QString::number(server), record};
+        },
+        log);
+}
+
+// Waits until done() holds (at most 60 s), sampling the command lines of
+// this process's curl children all the while; answers how many curl
+// processes the samples saw, -1 when done() never held.
+int sampleCurlsUntil(const std::function<bool()>& done, QStringList& lines) {
+    int seen = 0;
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > 60000)
+            return -1;
+        const QStringList now = curlCommandLines();
+        seen += int(now.size());
+        lines << now;
+        QTest::qWait(1);
+    }
+    return seen;
+}
+
+// A batch run, sampled as above.
+int runSampled(Transporter& transporter, QStringList& lines) {
+    QSignalSpy idle(&transporter, &Transporter::becameIdle);
+    transporter.runMulti();
+    return sampleCurlsUntil([&] { return idle.count() > 0; }, lines);
 }
 
 } // namespace
@@ -188,6 +253,63 @@ private slots:
         }
     }
 
+    // curl runs with a private home: a key in the person's ~/.ssh is not
+    // used by itself (a site names its key), while ssh-agent still is.
+    void sshAgentAndPrivateHome() {
+        SshServer ssh;
+        TW_REQUIRE_SERVER(ssh);
+        const QByteArray key = readFile(ssh.keyPath());
+        QVERIFY(!key.isEmpty());
+        const QString ownKeys = QDir::homePath() + u"/.ssh"_s;
+        QVERIFY(QDir().mkpath(ownKeys));
+        const auto removeKeys = qScopeGuard([&] { QDir(ownKeys).removeRecursively(); });
+        for (const QString& name : {u"id_rsa"_s, u"id_ed25519"_s}) {
+            QFile file(ownKeys + u'/' + name);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(key);
+            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        }
+        auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/agent/"_s);
+        const QByteArray agentBefore = qgetenv("SSH_AUTH_SOCK");
+        qunsetenv("SSH_AUTH_SOCK");
+        {
+            Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+            RecordingDelegate delegate;
+            engine.setDelegate(&delegate);
+            engine.uploadFile(localFile(u"agent/home.txt"_s, "home"), u"home.txt"_s);
+            QVERIFY(runBatch(engine));
+            QCOMPARE(delegate.count(u"fail"_s), 1);
+            QCOMPARE(delegate.of(u"fail"_s).first().text, u"(67) Authentication failure"_s);
+        }
+
+        QTemporaryDir folder;
+        const QString socket = folder.filePath(u"agent.sock"_s);
+        QProcess agent;
+        agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
+        QVERIFY(agent.waitForStarted());
+        const auto stopAgent = qScopeGuard([&] {
+            agent.terminate();
+            agent.waitForFinished();
+            if (agentBefore.isEmpty())
+                qunsetenv("SSH_AUTH_SOCK");
+            else
+                qputenv("SSH_AUTH_SOCK", agentBefore);
+        });
+        QTRY_VERIFY(QFileInfo::exists(socket));
+        qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
+        QProcess add;
+        add.start(u"/usr/bin/ssh-add"_s, {ownKeys + u"/id_ed25519"_s});
+        QVERIFY(add.waitForFinished());
+        QVERIFY2(add.exitCode() == 0, add.readAllStandardError().constData());
+        Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+        RecordingDelegate delegate;
+        engine.setDelegate(&delegate);
+        engine.uploadFile(localFile(u"agent/agent.txt"_s, "agent"), u"agent.txt"_s);
+        QVERIFY(runBatch(engine));
+        QVERIFY2(delegate.kinds().last() == u"all"_s, qPrintable(delegate.of(u"fail"_s).value(0).text));
+        QCOMPARE(readFile(ssh.remoteFolder() + u"/agent/agent.txt"_s), QByteArray("agent"));
+    }
+
     // SFTP deletes hit the files the uploads wrote, under an absolute remote
     // path as under "~/"; a file of the same name in the login's own folder
     // stays.
@@ -218,20 +340,24 @@ private slots:
         }
     }
 
-    // 200 deletions: each DELE is sent once (curl sends a run's quote
-    // commands before every transfer of it), and the folders they empty go,
-    // parents too.
+    // 200 deletions: each DELE reaches the server once (curl sends a run's
+    // quote commands before every transfer of it), and the folders they
+    // empty go, parents too.
     void ftpDeletesSentOnce() {
         FtpServer ftp;
         TW_REQUIRE_SERVER(ftp);
-        Preferences::instance().setBool(u"debugEnabled"_s, true);
+        QTemporaryDir folder;
+        const QString record = folder.filePath(u"commands"_s);
+        ServerProcess tap;
+        QVERIFY2(startCommandTap(tap, ftp.port(), record, folder.filePath(u"tap.log"_s)),
+                 qPrintable(tap.errorString()));
         QStringList names;
         for (int i = 0; i < 200; ++i) {
             names << u"d%1/deep/f%2.txt"_s.arg(i % 4).arg(i);
             QVERIFY(ftp.writeFile(u"www/"_s + names.last(), "x"));
         }
         QVERIFY(ftp.writeFile(u"www/keep.txt"_s, "stays"));
-        auto site = siteFor(u"127.0.0.1"_s, ftp.port(), FtpServer::userName(), u"www/"_s);
+        auto site = siteFor(u"127.0.0.1"_s, tap.port(), FtpServer::userName(), u"www/"_s);
         Transporter engine(std::make_shared<TransporterFTPConnection>(site, FtpServer::password()));
         RecordingDelegate delegate;
         engine.setDelegate(&delegate);
@@ -242,14 +368,19 @@ private slots:
         QCOMPARE(delegate.kinds().last(), u"all"_s);
         QCOMPARE(tree(ftp.homeFolder() + u"/www"_s), QStringList{u"keep.txt"_s});
         QVERIFY(!QFile::exists(ftp.homeFolder() + u"/www/d0"_s));
-        const QByteArray log = readFile(Logger::sharedInstance().logFilePath());
-        QCOMPARE(log.count("> DELE "), 200);
+        const QByteArray commands = readFile(record);
+        QCOMPARE(commands.count("\r\nDELE "), 200);
+        for (const QString& name : std::as_const(names))
+            QCOMPARE(commands.count(QByteArray("DELE www/" + name.toUtf8() + "\r\n")), 1);
     }
 
     // A host given as an IPv6 address.
     void ipv6Host() {
-        if (!ServerProcess::hasIpv6Loopback())
+        if (!ServerProcess::hasIpv6Loopback()) {
+            if (serversRequired())
+                QFAIL("this machine has no IPv6 loopback (::1), and servers are required");
             QSKIP("this machine has no IPv6 loopback");
+        }
         SshServer::Options options;
         options.ipv6 = true;
         SshServer ssh(options);
@@ -278,25 +409,20 @@ private slots:
         QStringList commandLines;
         QStringList texts;
 
+        // Every part samples curl's command line while curl runs, and must
+        // have seen it.
         auto ftpSite = siteFor(u"127.0.0.1"_s, ftp.port(), FtpServer::userName(), u"www/"_s);
         {
             Transporter engine(std::make_shared<TransporterFTPConnection>(ftpSite, FtpServer::password()));
-            struct Sampling : RecordingDelegate {
-                QStringList* lines = nullptr;
-                void didCompletePercent(const TransporterFilePtr& file, double percent) override {
-                    RecordingDelegate::didCompletePercent(file, percent);
-                    lines->append(curlCommandLines());
-                }
-            } delegate;
-            delegate.lines = &commandLines;
+            RecordingDelegate delegate;
             engine.setDelegate(&delegate);
             for (int i = 0; i < 50; ++i)
                 engine.uploadFile(localFile(u"s/%1.txt"_s.arg(i), "x"), u"%1.txt"_s.arg(i));
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.kinds().last(), u"all"_s);
             QVERIFY(ftp.makeUnwritable(u"www/locked"_s));
             engine.uploadFile(localFile(u"s/x.txt"_s, "x"), u"locked/x.txt"_s);
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.count(u"fail"_s), 1);
             texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
         }
@@ -306,7 +432,7 @@ private slots:
             TestConnection test(transporter);
             std::optional<std::optional<Error>> outcome;
             test.checkWithCompletion([&](std::optional<Error> error) { outcome = error; });
-            QTRY_VERIFY(outcome.has_value());
+            QVERIFY(sampleCurlsUntil([&] { return outcome.has_value(); }, commandLines) > 0);
             QVERIFY(!*outcome);
         }
         {
@@ -317,8 +443,7 @@ private slots:
             RecordingDelegate delegate;
             engine.setDelegate(&delegate);
             engine.uploadFile(localFile(u"p.txt"_s, "x"), u"p.txt"_s);
-            commandLines.append(curlCommandLines());
-            QVERIFY(runBatch(engine));
+            QVERIFY(runSampled(engine, commandLines) > 0);
             QCOMPARE(delegate.count(u"fail"_s), 1);
             texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
         }

@@ -70,9 +70,12 @@ private slots:
     void batchUploadReadsLines();
     void batchDeleteReplies();
     void batchRunsSequentialAndParallel();
-    void killedCurlFailsTheRun();
+    void batchFailures_data();
+    void batchFailures();
     void debugLogHidesThePassword();
+    void nothingAfterAFailure();
     void abortSingleMode();
+    void abortStopsAFailedItemsCurl();
     void missingCurl();
     void releasedDuringAMessage();
 
@@ -118,6 +121,13 @@ void TestTransporter::singleErrorCapture_data() {
     // curl's failure lines without a number are failures too.
     QTest::newRow("cannot open") << u"err curl: cannot open '/local/index.html'\\n\nexit 26"_s << failure
                                  << QList<double>{0} << u"cannot open '/local/index.html'"_s;
+    // curl's refusals of its own command line: each line is a failure by
+    // itself, whatever the exit status says.
+    QTest::newRow("option")
+        << u"err curl: option --pass: blank argument where content is expected\\n\nexit 0"_s << failure
+        << QList<double>{0} << u"option --pass: blank argument where content is expected"_s;
+    QTest::newRow("try") << u"err curl: try 'curl --help' for more information\\n\nexit 0"_s << failure
+                         << QList<double>{0} << u"try 'curl --help' for more information"_s;
     // curl 8.14 writes its error line a byte at a time: when no read holds
     // the whole marker, the error is found once curl has ended.
     QTest::newRow("error line in pieces")
@@ -278,7 +288,7 @@ void TestTransporter::batchDeleteReplies() {
 
 // With one connection: runs of 500 uploads, then of 200 deletes, one after
 // another, in queue order. With three: balanced runs, folder by folder, at
-// most three at once, the deletes after every upload.
+// most three at once, at least 50 files each, the deletes after every upload.
 void TestTransporter::batchRunsSequentialAndParallel() {
     {
         QVERIFY(m_fake->setScript(1, sentMany(0, 500)));
@@ -346,23 +356,133 @@ void TestTransporter::batchRunsSequentialAndParallel() {
         QCOMPARE(engine.delegate.count(u"fail"_s), 1);
         QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
     }
+    {
+        // No run below 50 files: 120 files make two runs of 60, not three
+        // of 40; 49 files one run.
+        for (const auto& [count, sizes] :
+             {std::pair{120, QStringList{u"60"_s, u"60"_s}}, std::pair{49, QStringList{u"49"_s}}}) {
+            m_fake = std::make_unique<FakeCurl>();
+            ToolPaths::setToolsDirectory(m_fake->folder());
+            QVERIFY(m_fake->setScript(u"pause 100\nexit 0"_s));
+            Engine engine;
+            engine.transporter->setMaxSimultaneousConnectinos(3);
+            engine.uploads(count);
+            engine.transporter->runMulti();
+            QCOMPARE(engine.transporter->runningProcessCount(), sizes.size());
+            QTRY_COMPARE(engine.idle.count(), 1);
+            QStringList seen;
+            for (int run = 1; run <= m_fake->invocationCount(); ++run)
+                seen.append(QString::number(m_fake->arguments(run).count(u"-T"_s)));
+            QCOMPARE(seen, sizes);
+        }
+    }
 }
 
-// A curl killed in the middle of a batch, without a word: the file in flight
-// fails, the one before it stands, no completion message.
-void TestTransporter::killedCurlFailsTheRun() {
-    QVERIFY(m_fake->setScript(sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\nsignal 9"_s));
+// How a batch run fails: at the file curl's output names, or, when its
+// lines concern the whole run (curl refusing its own command line) or say
+// nothing at all, at the first file it had not finished, marked as not named.
+// An exit status or a signal alone is a failure. The files sent before
+// stand; nothing after the failure completes, and no completion follows.
+void TestTransporter::batchFailures_data() {
+    QTest::addColumn<bool>("upload");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("completed"); // the first files of the run
+    QTest::addColumn<int>("failed");
+    QTest::addColumn<QString>("failText");
+    QTest::addColumn<bool>("unnamed");
+
+    const QString firstSent = sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\n"_s;
+    QTest::newRow("option") << true
+                            << u"err curl: option --pass: blank argument where content is expected\\n"
+                               u"curl: try 'curl --help' for more information\\n\nexit 2"_s
+                            << 0 << 0 << u"option --pass: blank argument where content is expected"_s << true;
+    QTest::newRow("try alone") << true << u"err curl: try 'curl --help' for more information\\n\nexit 0"_s
+                               << 0 << 0 << u"try 'curl --help' for more information"_s << true;
+    QTest::newRow("cannot open") << true
+                                 << sentMany(0, 1) + u"\nerr curl: cannot open '/l/1.txt'\\n\nexit 26"_s << 1
+                                 << 1 << u"cannot open '/l/1.txt'"_s << false;
+    QTest::newRow("exit status alone")
+        << true << firstSent + u"exit 55"_s << 1 << 1
+        << u"curl ended with exit status 55 before all files were sent"_s << false;
+    QTest::newRow("no output, an exit status")
+        << true << u"exit 7"_s << 0 << 0 << u"curl ended with exit status 7 before all files were sent"_s
+        << false;
+    QTest::newRow("killed") << true << firstSent + u"signal 9"_s << 1 << 1
+                            << u"curl was stopped by a signal before all files were sent"_s << false;
+    QTest::newRow("deletions, exit status alone")
+        << false << u"err > DELE htdocs/0.txt\\r\\n< 250 Deleted htdocs/0.txt\\r\\n\nexit 56"_s << 1 << 1
+        << u"curl ended with exit status 56 before all files were sent"_s << true;
+}
+
+void TestTransporter::batchFailures() {
+    QFETCH(bool, upload);
+    QFETCH(QString, script);
+    QFETCH(int, completed);
+    QFETCH(int, failed);
+    QFETCH(QString, failText);
+    QFETCH(bool, unnamed);
+    QVERIFY(m_fake->setScript(script));
     Engine engine;
-    const QList<TransporterFilePtr> files = engine.uploads(3);
+    QList<TransporterFilePtr> files;
+    if (upload) {
+        files = engine.uploads(3);
+    } else {
+        for (int i = 0; i < 3; ++i)
+            files.append(engine.transporter->deleteFile(u"%1.txt"_s.arg(i)));
+    }
     engine.transporter->runMulti();
     QTRY_COMPARE(engine.idle.count(), 1);
-    QCOMPARE(engine.delegate.of(u"complete"_s).size(), 1);
-    QCOMPARE(engine.delegate.of(u"complete"_s).first().file, files[0]);
-    QCOMPARE(engine.delegate.of(u"fail"_s).size(), 1);
-    QCOMPARE(engine.delegate.of(u"fail"_s).first().file, files[1]);
-    QCOMPARE(engine.delegate.of(u"fail"_s).first().text,
-             u"curl was stopped by a signal before all files were sent"_s);
-    QCOMPARE(engine.delegate.count(u"all"_s) + engine.delegate.count(u"allWithErrors"_s), 0);
+
+    const RecordingDelegate& delegate = engine.delegate;
+    QCOMPARE(delegate.count(u"complete"_s), completed);
+    for (int i = 0; i < completed; ++i)
+        QCOMPARE(delegate.of(u"complete"_s).at(i).file, files[i]);
+    QCOMPARE(delegate.count(u"fail"_s), 1);
+    QCOMPARE(delegate.kinds().last(), u"fail"_s);
+    const auto failure = delegate.of(u"fail"_s).first();
+    QCOMPARE(failure.file, files[failed]);
+    QCOMPARE(failure.text, failText);
+    QCOMPARE(failure.file->failureIsUnnamed(), unnamed);
+    QVERIFY(failure.file->hasError());
+    QVERIFY(engine.transporter->errorString()->contains(failText));
+    QVERIFY(!delegate.ended());
+}
+
+// Once a batch run has failed, nothing more is reported: not the files
+// curl still sent after the failed one (it goes on with the next), in the
+// same read or later, nor what another run, stopped because of the failure,
+// still wrote.
+void TestTransporter::nothingAfterAFailure() {
+    QVERIFY(m_fake->setScript(1, sentMany(0, 1) +
+                                     u"> STOR 1.txt\\r\\n< 553 Can't open that file\\r\\n"
+                                     u"* Connection #0 to host srv1 left intact\\ncurl: (25) Failed FTP "
+                                     u"upload: 553\\n"_s +
+                                     sentMany(2, 2).mid(4) + u"\nexit 25"_s));
+    {
+        Engine engine;
+        const QList<TransporterFilePtr> files = engine.uploads(4);
+        engine.transporter->runMulti();
+        QTRY_COMPARE(engine.idle.count(), 1);
+        QCOMPARE(engine.delegate.kinds().last(), u"fail"_s);
+        QCOMPARE(engine.delegate.messages.last().file, files[1]);
+        QCOMPARE(engine.delegate.count(u"complete"_s), 1);
+        QCOMPARE(engine.delegate.of(u"complete"_s).first().file, files[0]);
+    }
+
+    // Two runs at once: the first fails (after the second has started), the
+    // second goes on writing after it was told to stop.
+    m_fake = std::make_unique<FakeCurl>();
+    ToolPaths::setToolsDirectory(m_fake->folder());
+    QVERIFY(m_fake->setScript(1, u"pause 500\nerr curl: (25) Failed FTP upload: 553\\n\nexit 25"_s));
+    QVERIFY(m_fake->setScript(2, u"trap\nwait\nerr \\r###### 50.0%\n"_s + sentMany(0, 50) + u"\nexit 0"_s));
+    Engine engine;
+    engine.transporter->setMaxSimultaneousConnectinos(3);
+    engine.uploads(100);
+    engine.transporter->runMulti();
+    QCOMPARE(engine.transporter->runningProcessCount(), 2);
+    QTRY_COMPARE(engine.idle.count(), 1);
+    QVERIFY(m_fake->wasTerminated(2));
+    QCOMPARE(engine.delegate.kinds(), QStringList{u"fail"_s});
 }
 
 // Debug mode adds "-vvv" and logs the command line, its password masked.
@@ -381,9 +501,10 @@ void TestTransporter::debugLogHidesThePassword() {
     QVERIFY(!text.contains("bob:pw"));
 }
 
-// An abort leaves no curl running and sends no completion.
+// An abort leaves no curl running and sends no completion; what a curl
+// still writes after it was told to stop is not reported.
 void TestTransporter::abortSingleMode() {
-    QVERIFY(m_fake->setScript(u"err   10.0%\\r\nwait"_s));
+    QVERIFY(m_fake->setScript(u"trap\nerr   10.0%\\r\nwait\nerr   50.0%\\r\nexit 0"_s));
     Engine engine;
     Transporter& transporter = *engine.transporter;
     transporter.uploadFile(u"/l/a"_s, u"a"_s);
@@ -401,6 +522,21 @@ void TestTransporter::abortSingleMode() {
     QCOMPARE(m_fake->invocationCount(), 2);
     QCOMPARE(engine.delegate.kinds(), (QStringList{u"percent"_s, u"percent"_s, u"percent"_s, u"percent"_s}));
     QVERIFY(transporter.connectionPool().isEmpty());
+}
+
+// A curl that said its error has failed its item, which leaves the pool,
+// yet it may still run (stuck closing its connection, say): an abort stops
+// it all the same.
+void TestTransporter::abortStopsAFailedItemsCurl() {
+    QVERIFY(m_fake->setScript(u"err curl: (7) Failed to connect\\n\nwait"_s));
+    Engine engine;
+    engine.transporter->uploadFile(u"/l/a"_s, u"a"_s);
+    engine.transporter->run();
+    QTRY_COMPARE(engine.delegate.count(u"allWithErrors"_s), 1);
+    QCOMPARE(engine.transporter->runningProcessCount(), 1);
+    engine.transporter->terminateAllTasks();
+    QTRY_COMPARE(engine.idle.count(), 1);
+    QVERIFY(m_fake->wasTerminated(1));
 }
 
 // A curl that cannot be started: the item fails with a text that says why.

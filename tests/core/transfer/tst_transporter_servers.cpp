@@ -8,6 +8,7 @@
 // order, and a failure is reported at the file it concerns; the tests check
 // the servers' disks as well.
 
+#include "Inspection.h"
 #include "RecordingDelegate.h"
 #include "ServerSites.h"
 #include "TestEnvironment.h"
@@ -63,6 +64,8 @@ private slots:
     void singleMode();
     void batchMode_data() { addTransports(); }
     void batchMode();
+    void fileFolderSwap_data();
+    void fileFolderSwap();
     void syncRoot();
     void wrongCredentials();
     void abortInTheMiddleOfABatch();
@@ -215,6 +218,57 @@ void TestTransporterServers::batchMode() {
     QVERIFY(!QFileInfo::exists(remote + u"/f0"_s));
     QVERIFY(QFileInfo::exists(remote + u"/f1/file-8.txt"_s));
     QVERIFY(QFileInfo::exists(remote + u"/f2"_s));
+}
+
+void TestTransporterServers::fileFolderSwap_data() {
+    QTest::addColumn<Transport>("transport");
+    QTest::addColumn<int>("connections");
+    QTest::newRow("FTP") << Transport::Passive << 3;
+    QTest::newRow("FTP, one connection") << Transport::Passive << 1;
+    QTest::newRow("SFTP") << Transport::Sftp << 3;
+}
+
+// A commit that turns a file into a folder of the same name, and a folder
+// into a file: one run with the deletions and the uploads, queued in any
+// order, leaves the new forms on the server.
+void TestTransporterServers::fileFolderSwap() {
+    QFETCH(Transport, transport);
+    QFETCH(int, connections);
+    const QString folder = u"swap-%1-%2"_s.arg(int(transport)).arg(connections);
+    const QString remote = remoteRoot(transport) + u'/' + folder;
+    auto engine = transporter(transport, folder);
+    engine->setMaxSimultaneousConnectinos(connections);
+    RecordingDelegate delegate;
+    engine->setDelegate(&delegate);
+    const QString local = folder + u"/before/"_s;
+    for (const QString& name : {u"a"_s, u"b/x.txt"_s, u"b/y/z.txt"_s, u"d/e/f.txt"_s, u"g"_s, u"keep.txt"_s})
+        engine->uploadFile(localFile(local + name, "old " + name.toUtf8()), name);
+    QVERIFY(runBatch(*engine));
+    QCOMPARE(delegate.kinds().last(), u"all"_s);
+    QVERIFY(QFileInfo(remote + u"/a"_s).isFile());
+    QVERIFY(QFileInfo(remote + u"/b/y"_s).isDir());
+
+    delegate.messages.clear();
+    const QString after = folder + u"/after/"_s;
+    engine->uploadFile(localFile(after + u"a/index.html"_s, "new a/index.html"), u"a/index.html"_s);
+    engine->deleteFile(u"a"_s);
+    engine->deleteFile(u"b/x.txt"_s);
+    engine->uploadFile(localFile(after + u"b"_s, "new b"), u"b"_s);
+    engine->deleteFile(u"b/y/z.txt"_s);
+    engine->uploadFile(localFile(after + u"c.txt"_s, "new c.txt"), u"c.txt"_s);
+    // Deeper: d/e/f.txt becomes d, g becomes g/h/i.txt.
+    engine->deleteFile(u"d/e/f.txt"_s);
+    engine->uploadFile(localFile(after + u"d"_s, "new d"), u"d"_s);
+    engine->uploadFile(localFile(after + u"g/h/i.txt"_s, "new g/h/i.txt"), u"g/h/i.txt"_s);
+    engine->deleteFile(u"g"_s);
+    QVERIFY(runBatch(*engine));
+    QVERIFY2(delegate.kinds().last() == u"all"_s, qPrintable(delegate.of(u"fail"_s).value(0).text));
+    QCOMPARE(delegate.count(u"complete"_s), 10);
+    QCOMPARE(tree(remote),
+             (QStringList{u"a/index.html"_s, u"b"_s, u"c.txt"_s, u"d"_s, u"g/h/i.txt"_s, u"keep.txt"_s}));
+    QCOMPARE(contentOf(remote + u"/a/index.html"_s), "new a/index.html");
+    QCOMPARE(contentOf(remote + u"/b"_s), "new b");
+    QCOMPARE(contentOf(remote + u"/keep.txt"_s), "old keep.txt");
 }
 
 // The sync root's text leaves the remote path: web/css/site.css lands as
