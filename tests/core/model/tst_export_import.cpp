@@ -151,6 +151,12 @@ private slots:
         QVERIFY(sites[1]->siteId() != existing->siteId());
         QCOMPARE(TWPasswords::getPasswordForSite(existing->siteId()), u"original"_s);
         QCOMPARE(TWPasswords::getPasswordForSite(sites[1]->siteId()), u"intruder"_s);
+        // The imported password is in the secret store only.
+        QVERIFY(Preferences::instance().synchronize());
+        QFile preferences(Preferences::instance().fileName());
+        QVERIFY(preferences.open(QIODevice::ReadOnly));
+        QVERIFY(!preferences.readAll().contains("intruder"));
+        QVERIFY(!sites[1]->password);
     }
 };
 
