@@ -68,8 +68,9 @@ constexpr qint64 moveRetryMilliseconds = 60000;
 
 void passwordStays(const Site& site, const QString& why) {
     Logger::sharedInstance().log(
-        QStringLiteral("The password of the site “%1” stays in the stored site list: the secret store "
-                       "did not take it (%2). It moves there once the store works.")
+        QStringLiteral(
+            "The password of the site \u201c%1\u201d stays in the stored site list: the secret store "
+            "did not take it (%2). It moves there once the store works.")
             .arg(site.name.value_or(QString()), why));
     lastMoveFailure().start();
 }
@@ -95,7 +96,7 @@ bool movePasswordsToSecretStore(const SiteList& sites) {
         if (stored.secret && !stored.secret->isEmpty()) {
             if (*stored.secret != kept)
                 Logger::sharedInstance().log(
-                    QStringLiteral("The stored site list held another password for the site “%1” "
+                    QStringLiteral("The stored site list held another password for the site \u201c%1\u201d "
                                    "than the secret store; the secret store's, the one in use, is kept.")
                         .arg(site->name.value_or(QString())));
         } else {
