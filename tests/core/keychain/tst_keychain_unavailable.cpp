@@ -1,7 +1,11 @@
+#include "GitRepository.h"
+#include "Inspection.h"
+#include "ScriptedDeployView.h"
 #include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "deploy/ViewController.h"
 #include "keychain/FDKeychain.h"
 #include "keychain/KeychainJobRunner.h"
 #include "keychain/TWPasswords.h"
@@ -15,6 +19,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -91,6 +96,7 @@ class TestKeychainUnavailable : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
+        qRegisterMetaType<DeployOutcome>();
         KeychainJobRunner::setTimeout(1000);
     }
 
@@ -154,6 +160,46 @@ private slots:
 
         QVERIFY(importFile(u"without"_s, QJsonValue(QJsonValue::Null)).isEmpty());
         QCOMPARE(Sites().loadAll()->size(), 1);
+    }
+
+    // The window's Deploy: the alert says the password could not be read,
+    // and no curl ever starts.
+    void deploymentSaysThePasswordIsMissing() {
+        test::TestEnvironment::resetPreferences();
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "<h1>hello</h1>");
+        repo.commitAll(u"first"_s);
+        SitePtr site = Site::newSite();
+        site->name = u"Blog"_s;
+        site->localPath = repo.path();
+        site->host = u"127.0.0.1"_s;
+        site->port = u"1"_s;
+        site->username = u"webmaster"_s;
+        site->remotePath = u"www/"_s;
+        site->deployBranch = u"main"_s;
+        QVERIFY(Sites().storeWithSites({site}));
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QVERIFY(view.deployButtonEnabled);
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        bool curlSeen = false;
+        controller.deployButton();
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                curlSeen = curlSeen || !test::curlDescendants().isEmpty();
+                return ended.count() > 0;
+            },
+            30000));
+        QVERIFY(!curlSeen);
+        QCOMPARE(ended.first().at(0).value<DeployOutcome>(), DeployOutcome::SetupFailed);
+        QCOMPARE(view.alerts.size(), 1);
+        QCOMPARE(view.alerts.first().message, u"An error occured!"_s);
+        QVERIFY2(view.alerts.first().informativeText.startsWith(
+                     u"The password could not be read from the secret store"_s),
+                 qPrintable(view.alerts.first().informativeText));
     }
 
     void silentSecretService() {
