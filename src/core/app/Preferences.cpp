@@ -57,7 +57,21 @@ void Preferences::setFileName(const QString& path) {
     if (m_settings)
         m_settings->sync();
     m_settings.reset();
+    m_lastSeen = FileStamp();
     m_fileName = path;
+}
+
+Preferences::FileStamp Preferences::fileStamp() const {
+    struct stat info {};
+    if (::stat(QFile::encodeName(m_fileName).constData(), &info) != 0)
+        return FileStamp();
+    return {static_cast<qint64>(info.st_ino), static_cast<qint64>(info.st_size),
+            static_cast<qint64>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+}
+
+void Preferences::syncSettings() const {
+    m_settings->sync();
+    m_lastSeen = fileStamp();
 }
 
 QSettings& Preferences::settings() const {
@@ -69,6 +83,7 @@ QSettings& Preferences::settings() const {
         if (fd >= 0)
             ::close(fd);
         m_settings = std::make_unique<QSettings>(m_fileName, QSettings::IniFormat);
+        m_lastSeen = fileStamp();
         // QSettings saves the whole file (and waits for the disk) on the
         // next turn of the event loop after every change; its request for
         // that comes through here and is put off instead. A QSettings made
@@ -96,7 +111,18 @@ bool Preferences::eventFilter(QObject* watched, QEvent* event) {
 void Preferences::savePending() {
     QMutexLocker lock(&m_mutex);
     if (m_settings)
-        m_settings->sync();
+        syncSettings();
+}
+
+void Preferences::reload() {
+    QMutexLocker lock(&m_mutex);
+    settings();
+    if (fileStamp() == m_lastSeen)
+        return;
+    // QSettings reads the file anew when it changed and writes what waits
+    // of ours over it.
+    syncSettings();
+    ::chmod(QFile::encodeName(m_fileName).constData(), S_IRUSR | S_IWUSR);
 }
 
 void Preferences::registerDefaults(const QVariantMap& defaults) {
@@ -210,8 +236,8 @@ void Preferences::remove(const QString& key) {
 bool Preferences::synchronize() {
     QMutexLocker lock(&m_mutex);
     QSettings& s = settings();
-    s.sync();
-    // The file holds the archived sites with their passwords: owner only.
+    syncSettings();
+    // The file holds the person's server settings: owner only.
     ::chmod(QFile::encodeName(m_fileName).constData(), S_IRUSR | S_IWUSR);
     return s.status() == QSettings::NoError;
 }

@@ -59,6 +59,11 @@ public:
 
     // Forces the values to disk.
     bool synchronize();
+    // Reads the file again when another process (the command line beside the
+    // window) has written it since this one last read or wrote it. Changes
+    // of our own that wait for the delayed save are kept: they are saved over
+    // what was read. Call before every read that a change will be built on.
+    void reload();
 
     // How long a write may wait before it is saved without synchronize().
     static constexpr std::chrono::milliseconds saveDelay{1000};
@@ -74,10 +79,22 @@ private:
     ~Preferences() override;
     QSettings& settings() const;
     void savePending();
+    // Syncs and notes the file as it is then.
+    void syncSettings() const;
+    // What tells one version of the file from another: a save replaces the
+    // file, so its inode changes even when size and time stay.
+    struct FileStamp {
+        qint64 inode = -1;
+        qint64 size = -1;
+        qint64 modifiedNanoseconds = -1;
+        bool operator==(const FileStamp&) const = default;
+    };
+    FileStamp fileStamp() const;
 
     mutable QRecursiveMutex m_mutex;
     mutable std::unique_ptr<QSettings> m_settings;
     QString m_fileName;
+    mutable FileStamp m_lastSeen; // the file as this process last read or wrote it
     QVariantMap m_defaults;
     QTimer m_saveTimer;
 };

@@ -38,6 +38,25 @@ bool save(const std::optional<QString>& secret, const QString& key) {
     return false;
 }
 
+// Why a read failed; nothing when the item is merely missing.
+std::optional<QString> failureOf(const std::optional<Error>& error) {
+    if (!error || error->code == FDKeychain::errSecItemNotFound)
+        return std::nullopt;
+    switch (error->code) {
+    case FDKeychain::errSecInteractionNotAllowed:
+        return QStringLiteral("the secret store refused access or did not answer in time; is the keyring "
+                              "locked?");
+    case FDKeychain::errSecNotAvailable:
+    case FDKeychain::errSecInternalComponent:
+        return QStringLiteral("no secret store could be reached (the Secret Service of the desktop "
+                              "session, such as gnome-keyring)");
+    case FDKeychain::decodingFailed:
+        return QStringLiteral("the stored item could not be read back");
+    default:
+        return error->localizedDescription;
+    }
+}
+
 } // namespace
 
 bool TWPasswords::setPassword(const std::optional<QString>& password, const QString& siteId) {
@@ -68,23 +87,32 @@ bool TWPasswords::hasSessionSecrets(const QString& siteId) {
 }
 
 std::optional<QString> TWPasswords::getPasswordForSite(const QString& siteId) {
+    return readPassword(siteId).secret;
+}
+
+std::optional<QString> TWPasswords::getPassphraseForSite(const QString& siteId) {
+    return readPassphrase(siteId).secret;
+}
+
+TWPasswords::Read TWPasswords::readPassword(const QString& siteId) {
     if (const auto session = sessionSecrets().constFind(siteId); session != sessionSecrets().cend())
-        return session->password;
+        return {session->password, std::nullopt};
     std::optional<Error> error;
     const auto password = FDKeychain::itemForKey(passwordKey(siteId), service(), &error);
     if (error)
         SystemLog::write(
             QStringLiteral("Got an error reading password: %1").arg(error->localizedDescription));
-    return password;
+    return {password, failureOf(error)};
 }
 
-std::optional<QString> TWPasswords::getPassphraseForSite(const QString& siteId) {
+TWPasswords::Read TWPasswords::readPassphrase(const QString& siteId) {
     if (const auto session = sessionSecrets().constFind(siteId); session != sessionSecrets().cend())
-        return session->passphrase;
-    const auto passphrase = FDKeychain::itemForKey(passphraseKey(siteId), service());
+        return {session->passphrase, std::nullopt};
+    std::optional<Error> error;
+    const auto passphrase = FDKeychain::itemForKey(passphraseKey(siteId), service(), &error);
     if (passphrase && passphrase->isEmpty())
-        return std::nullopt;
-    return passphrase;
+        return {std::nullopt, std::nullopt};
+    return {passphrase, failureOf(error)};
 }
 
 } // namespace tw

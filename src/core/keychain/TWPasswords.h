@@ -29,6 +29,16 @@ public:
     // Logs "Got an error reading password: ..." when there is none.
     static std::optional<QString> getPasswordForSite(const QString& siteId);
     static std::optional<QString> getPassphraseForSite(const QString& siteId);
+
+    // A read that tells "the store holds none for this site" (no secret, no
+    // failure) from "the store failed" (locked, silent, missing): failure
+    // then says why, in words for the person, never with the secret.
+    struct Read {
+        std::optional<QString> secret;
+        std::optional<QString> failure;
+    };
+    static Read readPassword(const QString& siteId);
+    static Read readPassphrase(const QString& siteId);
 };
 
 } // namespace tw

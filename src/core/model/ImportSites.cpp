@@ -2,6 +2,7 @@
 
 #include "app/Logger.h"
 #include "app/UserInteraction.h"
+#include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
 #include <QFile>
@@ -72,14 +73,31 @@ void ImportSites::browseFiles() {
 
     const Sites store;
     SiteList sites = store.loadAll().value_or(SiteList());
-    for (const SitePtr& site : std::get<SiteList>(parsed)) {
+    const SiteList imported = std::get<SiteList>(parsed);
+    for (qsizetype i = 0; i < imported.size(); ++i) {
+        const SitePtr& site = imported.at(i);
         // Always a new id, so an import never overwrites or shares another
         // site's credentials.
         site->generateSiteId();
-        site->savePasswordToKeychain();
+        if (!site->savePasswordToKeychain() && site->password && !site->password->isEmpty()) {
+            // The passwords live in the secret store alone: without it the
+            // sites would be added without them. Nothing is added, and the
+            // passwords stored so far go again.
+            for (qsizetype j = 0; j < i; ++j)
+                TWPasswords::setPassword(std::nullopt, imported.at(j)->siteId());
+            couldNotImport(QStringLiteral("The passwords could not be stored in the secret store, so no site "
+                                          "was imported. Unlock or start the keyring (such as "
+                                          "gnome-keyring), then import again."));
+            return;
+        }
+        site->password.reset();
         sites.append(site);
     }
-    store.storeWithSites(sites);
+    if (!store.storeWithSites(sites)) {
+        for (const SitePtr& site : imported)
+            TWPasswords::setPassword(std::nullopt, site->siteId());
+        couldNotImport(QStringLiteral("The stored site list cannot be saved now (see the log)."));
+    }
 }
 
 } // namespace tw

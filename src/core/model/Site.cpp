@@ -193,7 +193,7 @@ QCborMap Site::encode() {
                m_lastEdit ? QCborValue(*m_lastEdit) : QCborValue(QCborValue::Null));
     map.insert(QStringLiteral("host"), archive::toCbor(host));
     map.insert(QStringLiteral("username"), archive::toCbor(username));
-    map.insert(QStringLiteral("password"), archive::toCbor(password));
+    map.insert(QStringLiteral("password"), archive::toCbor(m_passwordKeptInList));
     map.insert(QStringLiteral("localPath"), archive::toCbor(localPath));
     map.insert(QStringLiteral("syncRootPath"), archive::toCbor(syncRootPath));
     map.insert(QStringLiteral("bookmarkData"),
@@ -239,7 +239,10 @@ SitePtr Site::decode(const QCborValue& archived) {
         site->m_lastEdit = lastEdit.toDouble();
     site->host = text(u"host");
     site->username = text(u"username");
-    site->password = text(u"password");
+    if (const auto kept = text(u"password"); kept && !kept->isEmpty()) {
+        site->m_passwordKeptInList = kept;
+        site->password = kept;
+    }
     site->localPath = text(u"localPath");
     site->syncRootPath = text(u"syncRootPath");
     const QCborValue bookmark = map.value(QStringLiteral("bookmarkData"));
@@ -281,8 +284,14 @@ SitePtr Site::decode(const QCborValue& archived) {
     return site;
 }
 
+void Site::passwordMovedToSecretStore() {
+    m_passwordKeptInList.reset();
+    password.reset();
+}
+
 QJsonObject Site::jsonObject() {
-    return jsonObject(TWPasswords::getPasswordForSite(siteId()));
+    const auto stored = TWPasswords::getPasswordForSite(siteId());
+    return jsonObject(stored ? stored : m_passwordKeptInList);
 }
 
 QJsonObject Site::jsonObject(const std::optional<QString>& exportedPassword) {
@@ -366,8 +375,8 @@ SitePtr Site::initWithDict(const QJsonObject& input) {
     return site;
 }
 
-void Site::savePasswordToKeychain() {
-    TWPasswords::setPassword(password, siteId());
+bool Site::savePasswordToKeychain() {
+    return TWPasswords::setPassword(password, siteId());
 }
 
 } // namespace tw

@@ -25,10 +25,11 @@ using SharedStringList = std::shared_ptr<QStringList>;
 // lists, and what was last deployed there.
 //
 // Three forms are kept apart on purpose: the object, the keyed archive of the
-// stored site list (which holds the password) and the JSON object of an
-// export (which takes the password from the secret store and leaves out the
-// bookmark, the commit cache and the flags). Absent fields are std::nullopt
-// or null pointers; an empty text is a value.
+// stored site list (which keeps the key "password" but no secret: passwords
+// live in the secret store) and the JSON object of an export (which takes the
+// password from the secret store and leaves out the bookmark, the commit
+// cache and the flags). Absent fields are std::nullopt or null pointers; an
+// empty text is a value.
 class Site {
 public:
     qint64 siteIndex = 0; // -1: not in the list yet
@@ -82,10 +83,20 @@ public:
     // so the source gets an id first and the copy has the same one.
     SitePtr copy();
 
+    // The archive writes "password" as null, except for a password an
+    // earlier version stored there that the secret store has not taken yet
+    // (passwordKeptInList): that one stays until it has moved.
     QCborMap encode();
+    // A password found in the archive fills both `password` and
+    // passwordKeptInList.
     static SitePtr decode(const QCborValue& archived);
 
-    // The 27-key export object; the password comes from the secret store.
+    const std::optional<QString>& passwordKeptInList() const { return m_passwordKeptInList; }
+    // The secret store holds the password now: the archive drops it.
+    void passwordMovedToSecretStore();
+
+    // The 27-key export object; the password comes from the secret store
+    // (or, while the store cannot take it, from the stored list).
     QJsonObject jsonObject();
     // The same object with the given password (none: null), the secret store
     // left alone.
@@ -93,10 +104,12 @@ public:
     // A site from an export object; nulls become empty texts.
     static SitePtr initWithDict(const QJsonObject& dict);
 
-    void savePasswordToKeychain();
+    // False when the secret store did not take it.
+    bool savePasswordToKeychain();
 
 private:
     std::optional<QString> m_siteId;
+    std::optional<QString> m_passwordKeptInList;
     std::optional<double> m_lastEdit;
 };
 

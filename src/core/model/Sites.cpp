@@ -2,12 +2,14 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "keychain/TWPasswords.h"
 
 #include <QCborArray>
 #include <QCborStreamReader>
 #include <QCborValue>
 #include <QDateTime>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
@@ -55,9 +57,75 @@ std::optional<QString> keepAside(const QByteArray& data) {
     return path;
 }
 
+// After the secret store failed to take a password, it is not asked again
+// for a minute: a silent store costs its time limit per question, and the
+// list is loaded often.
+QElapsedTimer& lastMoveFailure() {
+    static QElapsedTimer timer;
+    return timer;
+}
+constexpr qint64 moveRetryMilliseconds = 60000;
+
+void passwordStays(const Site& site, const QString& why) {
+    Logger::sharedInstance().log(
+        QStringLiteral(
+            "The password of the site \u201c%1\u201d stays in the stored site list: the secret store "
+            "did not take it (%2). It moves there once the store works.")
+            .arg(site.name.value_or(QString()), why));
+    lastMoveFailure().start();
+}
+
+// Moves the passwords an earlier version kept in the stored list into the
+// secret store, each only once the store gives it back; answers whether any
+// moved. A store that already holds a password for the site keeps its own:
+// that is the one every deployment used.
+bool movePasswordsToSecretStore(const SiteList& sites) {
+    bool moved = false;
+    for (const SitePtr& site : sites) {
+        if (!site || !site->passwordKeptInList())
+            continue;
+        if (lastMoveFailure().isValid() && !lastMoveFailure().hasExpired(moveRetryMilliseconds))
+            break;
+        const QString kept = *site->passwordKeptInList();
+        const QString id = site->siteId();
+        const TWPasswords::Read stored = TWPasswords::readPassword(id);
+        if (stored.failure) {
+            passwordStays(*site, *stored.failure);
+            break;
+        }
+        if (stored.secret && !stored.secret->isEmpty()) {
+            if (*stored.secret != kept)
+                Logger::sharedInstance().log(
+                    QStringLiteral("The stored site list held another password for the site \u201c%1\u201d "
+                                   "than the secret store; the secret store's, the one in use, is kept.")
+                        .arg(site->name.value_or(QString())));
+        } else {
+            const bool saved = TWPasswords::setPassword(kept, id);
+            const TWPasswords::Read back = TWPasswords::readPassword(id);
+            if (!saved || back.secret != kept) {
+                passwordStays(*site,
+                              back.failure.value_or(QStringLiteral("it did not give the password back")));
+                break;
+            }
+        }
+        site->passwordMovedToSecretStore();
+        moved = true;
+    }
+    return moved;
+}
+
+// Whether the stored value may be replaced: it can be read whole, or what
+// cannot be read is kept in a backup.
+bool mayReplace(const QString& key) {
+    const auto stored = Preferences::instance().dataValue(key);
+    return !stored || Sites::unarchiveReadable(*stored).complete || keepAside(*stored);
+}
+
 } // namespace
 
 std::optional<SiteList> Sites::loadAll() const {
+    // Another process may have changed the list since this one read it.
+    Preferences::instance().reload();
     const auto data = Preferences::instance().dataValue(sitesKey);
     if (!data)
         return std::nullopt;
@@ -69,11 +137,13 @@ std::optional<SiteList> Sites::loadAll() const {
                 .arg(readable.sites.size());
         pendingProblem() =
             sentence + (backup ? QStringLiteral(" The stored list as it was is kept in %1.").arg(*backup)
-                               : QStringLiteral(" The stored list could not be copied aside: save nothing "
-                                                "before you have copied %1.")
+                               : QStringLiteral(" The stored list could not be copied aside, so no change to "
+                                                "the sites is saved until it can be; copy %1 somewhere safe.")
                                      .arg(Preferences::instance().fileName()));
         Logger::sharedInstance().log(*pendingProblem());
     }
+    if (movePasswordsToSecretStore(readable.sites))
+        storeWithSites(readable.sites);
     return readable.sites;
 }
 
@@ -89,9 +159,18 @@ qint64 Sites::total() const {
     return sites ? sites->size() : 0;
 }
 
-void Sites::storeWithSites(const SiteList& sites) const {
-    Preferences::instance().setValue(sitesKey, archive(sites));
-    Preferences::instance().synchronize();
+bool Sites::storeWithSites(const SiteList& sites) const {
+    Preferences& preferences = Preferences::instance();
+    preferences.reload();
+    if (!mayReplace(sitesKey)) {
+        Logger::sharedInstance().log(
+            QStringLiteral("The sites were not saved: the stored list cannot be read whole and could not be "
+                           "copied aside beside %1.")
+                .arg(preferences.fileName()));
+        return false;
+    }
+    preferences.setValue(sitesKey, archive(sites));
+    return preferences.synchronize();
 }
 
 void Sites::deleteAll() const {
@@ -107,8 +186,7 @@ bool Sites::saveDeployment(const QString& siteId, const CommitPtr& commit) {
         if (site && site->siteId() == siteId) {
             auto deployed = std::make_shared<Commit>(*commit);
             site->lastCommitDeployed = deployed;
-            store.storeWithSites(*sites);
-            return true;
+            return store.storeWithSites(*sites);
         }
     }
     return false;

@@ -15,21 +15,31 @@ class Sites {
 public:
     QString sitesKey = QStringLiteral("sites");
 
-    // The stored sites, or nothing when none are stored. A stored list that
-    // cannot be read whole (a broken entry, a truncated value) is never
-    // taken for "no sites": the sites that can be read are answered, and the
-    // stored value as it was is kept in a dated backup file beside the
-    // preferences (see loadProblem), so a later save loses nothing.
+    // The stored sites, or nothing when none are stored, read from the
+    // preferences file as it is now (another process may have written it).
+    // A stored list that cannot be read whole (a broken entry, a truncated
+    // value) is never taken for "no sites": the sites that can be read are
+    // answered, and the stored value as it was is kept in a dated backup
+    // file beside the preferences (see takeLoadProblem), so a later save
+    // loses nothing.
+    //
+    // The list holds no secret. Passwords an earlier version stored in it
+    // move into the secret store here, and leave the list once the store
+    // gives them back; while it cannot, they stay (and a log line says why).
     std::optional<SiteList> loadAll() const;
     qint64 total() const;
-    // Archives the list, stores it and writes the preferences to disk.
-    void storeWithSites(const SiteList& sites) const;
+    // Archives the list, stores it and writes the preferences to disk. False,
+    // with nothing written, when the stored list cannot be read whole and
+    // its backup cannot be written either: a save would lose what could not
+    // be read.
+    bool storeWithSites(const SiteList& sites) const;
     void deleteAll() const;
 
     // Records a deployment in the stored site with this id: its last
     // deployed commit becomes the given one. The site is found by its id,
     // never by a position, so a list reordered or a site selected meanwhile
-    // changes nothing. False when no stored site has the id.
+    // changes nothing. False when no stored site has the id or the list
+    // could not be saved.
     static bool saveDeployment(const QString& siteId, const CommitPtr& commit);
 
     static QByteArray archive(const SiteList& sites);

@@ -2,6 +2,7 @@
 #include "keychain/FDKeychain.h"
 #include "keychain/KeychainJobRunner.h"
 #include "keychain/TWPasswords.h"
+#include "transfer/Deployer.h"
 
 #include <QCborValue>
 #include <QTest>
@@ -77,6 +78,25 @@ private slots:
         error.reset();
         QVERIFY(!FDKeychain::itemForKey(u"raw"_s, u"svc"_s, &error));
         QCOMPARE(error->code, FDKeychain::decodingFailed);
+    }
+
+    // A site whose password the store does not hold (an SFTP site that logs
+    // in with a key) deploys: only a store that fails stops the set-up.
+    void noStoredPasswordIsNoFailure() {
+        struct Delegate : DeployerDelegate {
+            std::optional<Error> failure;
+            void setupTransporterDidFailWithError(const Error& error) override { failure = error; }
+        } delegate;
+        SitePtr site = Site::newSite();
+        site->protocol = u"SFTP"_s;
+        site->username = u"root"_s;
+        site->sshKeyPath = u"/nonexistent/key"_s;
+        Deployer deployer(site);
+        deployer.setDelegate(&delegate);
+        deployer.setupTransporter();
+        QVERIFY2(!delegate.failure,
+                 qPrintable(delegate.failure ? delegate.failure->localizedDescription : QString()));
+        QVERIFY(deployer.getTransporter());
     }
 
     void emptyArgumentsAreProgrammingErrors() {

@@ -1,10 +1,26 @@
+#include "GitRepository.h"
+#include "Inspection.h"
+#include "ScriptedDeployView.h"
+#include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
+#include "app/Logger.h"
+#include "app/Preferences.h"
+#include "deploy/ViewController.h"
 #include "keychain/FDKeychain.h"
 #include "keychain/KeychainJobRunner.h"
 #include "keychain/TWPasswords.h"
+#include "model/ImportSites.h"
+#include "model/Sites.h"
+#include "transfer/Deployer.h"
 
+#include <QCborArray>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tw;
@@ -42,16 +58,149 @@ class TestKeychainUnavailable : public QObject {
         QVERIFY(!FDKeychain::saveItem(u"x"_s, u"k"_s, u"svc"_s, &error));
         withinTheLimit(clock);
         QCOMPARE(error->code, expectedCode);
+
+        // A deployment never starts without the password it should have:
+        // it stops before any connection, saying why.
+        struct Delegate : DeployerDelegate {
+            std::optional<Error> failure;
+            void setupTransporterDidFailWithError(const Error& failed) override { failure = failed; }
+        } delegate;
+        SitePtr site = Site::newSite();
+        site->username = u"webmaster"_s;
+        site->host = u"127.0.0.1"_s;
+        Deployer deployer(site);
+        deployer.setDelegate(&delegate);
+        clock.restart();
+        deployer.setupTransporter();
+        withinTheLimit(clock);
+        QVERIFY(!deployer.getTransporter());
+        QVERIFY(delegate.failure);
+        QVERIFY2(delegate.failure->localizedDescription.startsWith(
+                     u"The password could not be read from the secret store"_s),
+                 qPrintable(delegate.failure->localizedDescription));
+    }
+
+    static QByteArray preferencesFile() {
+        QFile file(Preferences::instance().fileName());
+        if (!file.open(QIODevice::ReadOnly))
+            return QByteArray();
+        return file.readAll();
+    }
+
+    static QString readLog() {
+        QFile file(Logger::sharedInstance().logFilePath());
+        file.open(QIODevice::ReadOnly);
+        return QString::fromUtf8(file.readAll());
     }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
+        qRegisterMetaType<DeployOutcome>();
         KeychainJobRunner::setTimeout(1000);
     }
 
     // QtKeychain reports a bus without the service as "other error": the undefined-error text.
     void noSecretService() { expectUnavailable(FDKeychain::errSecInternalComponent); }
+
+    // A list stored by an earlier version keeps its passwords while no
+    // secret store can take them: nothing the person had is lost, and a
+    // later save keeps them too.
+    void earlierListKeepsItsPasswordsWithoutSecretStore() {
+        test::TestEnvironment::resetPreferences();
+        SitePtr site = Site::newSite();
+        site->name = u"Old"_s;
+        site->username = u"user"_s;
+        QCborMap map = site->encode();
+        map.insert(u"password"_s, u"Tw-kept-in-file-5"_s);
+        Preferences::instance().setValue(u"sites"_s, QCborValue(QCborArray{map}).toCbor());
+        QVERIFY(Preferences::instance().synchronize());
+
+        SiteList loaded = Sites().loadAll().value_or(SiteList());
+        QCOMPARE(loaded.size(), 1);
+        QCOMPARE(loaded.first()->password, u"Tw-kept-in-file-5"_s);
+        QVERIFY(preferencesFile().contains("Tw-kept-in-file-5"));
+        QVERIFY2(readLog().contains(u"stays in the stored site list"_s), qPrintable(readLog()));
+        QVERIFY(!readLog().contains(u"Tw-kept-in-file-5"_s));
+
+        loaded.first()->name = u"Old, renamed"_s;
+        QVERIFY(Sites().storeWithSites(loaded));
+        QVERIFY(preferencesFile().contains("Tw-kept-in-file-5"));
+        QCOMPARE(Sites().loadAll()->first()->name, u"Old, renamed"_s);
+        QCOMPARE(Sites().loadAll()->first()->password, u"Tw-kept-in-file-5"_s);
+    }
+
+    // An import whose passwords cannot be stored adds nothing, and says why;
+    // one without passwords needs no secret store.
+    void importNeedsTheSecretStoreForPasswords() {
+        test::TestEnvironment::resetPreferences();
+        QTemporaryDir folder;
+        auto importFile = [&folder](const QString& name, const QJsonValue& password) {
+            SitePtr site = Site::newSite();
+            site->name = name;
+            const QString path = folder.filePath(name + u".json"_s);
+            QFile file(path);
+            file.open(QIODevice::WriteOnly);
+            QJsonObject exported = site->jsonObject(std::nullopt);
+            exported.insert(u"password"_s, password);
+            file.write(QJsonDocument(QJsonArray{exported}).toJson());
+            file.close();
+            test::ScriptedInteraction ui;
+            ui.openPanelAnswer = path;
+            ImportSites(ui).browseFiles();
+            return ui.alerts;
+        };
+        const auto refused = importFile(u"with"_s, u"Tw-import-6"_s);
+        QCOMPARE(refused.size(), 1);
+        QCOMPARE(refused.first().message, u"Could not import sites!"_s);
+        QVERIFY2(refused.first().informativeText.contains(u"secret store"_s),
+                 qPrintable(refused.first().informativeText));
+        QVERIFY(!Sites().loadAll());
+        QVERIFY(!preferencesFile().contains("Tw-import-6"));
+
+        QVERIFY(importFile(u"without"_s, QJsonValue(QJsonValue::Null)).isEmpty());
+        QCOMPARE(Sites().loadAll()->size(), 1);
+    }
+
+    // The window's Deploy: the alert says the password could not be read,
+    // and no curl ever starts.
+    void deploymentSaysThePasswordIsMissing() {
+        test::TestEnvironment::resetPreferences();
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "<h1>hello</h1>");
+        repo.commitAll(u"first"_s);
+        SitePtr site = Site::newSite();
+        site->name = u"Blog"_s;
+        site->localPath = repo.path();
+        site->host = u"127.0.0.1"_s;
+        site->port = u"1"_s;
+        site->username = u"webmaster"_s;
+        site->remotePath = u"www/"_s;
+        site->deployBranch = u"main"_s;
+        QVERIFY(Sites().storeWithSites({site}));
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QVERIFY(view.deployButtonEnabled);
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        bool curlSeen = false;
+        controller.deployButton();
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                curlSeen = curlSeen || !test::curlDescendants().isEmpty();
+                return ended.count() > 0;
+            },
+            30000));
+        QVERIFY(!curlSeen);
+        QCOMPARE(ended.first().at(0).value<DeployOutcome>(), DeployOutcome::SetupFailed);
+        QCOMPARE(view.alerts.size(), 1);
+        QCOMPARE(view.alerts.first().message, u"An error occured!"_s);
+        QVERIFY2(view.alerts.first().informativeText.startsWith(
+                     u"The password could not be read from the secret store"_s),
+                 qPrintable(view.alerts.first().informativeText));
+    }
 
     void silentSecretService() {
         // Something owns the Secret Service's name on the bus but never answers.
