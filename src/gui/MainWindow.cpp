@@ -226,9 +226,13 @@ AlertRequest MainWindow::explained(const AlertRequest& alert) const {
         context.port = site->port.value_or(QString());
         context.remotePath = site->remotePath.value_or(QString());
     }
-    const FailureExplanation explanation = FailureExplanation::explain(alert.informativeText, context);
+    QString curlText = alert.informativeText;
+    const QString notes = RunMessages::takeRunNotes(curlText);
+    const FailureExplanation explanation = FailureExplanation::explain(curlText, context);
     AlertRequest shown = alert;
     shown.informativeText = explanation.summary();
+    if (!notes.isEmpty())
+        shown.informativeText += QLatin1Char('\n') + notes;
     shown.detailedText = explanation.details();
     // During a run: what reached the server, and that the record was not written.
     if (const DeployRun* run = m_controller->run(); run && run->summary().total > 0)

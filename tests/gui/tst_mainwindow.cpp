@@ -250,6 +250,22 @@ private slots:
         QVERIFY(clickAlertButton(u"Open Log Folder"_s));
         QTRY_COMPARE(answered, 0);
 
+        // The run's own note under curl's text stays in sight, under the
+        // sentence; an alert without curl's text offers the log folder too.
+        const QString unnamed = u"curl did not say which file failed; the files not marked as sent did not "
+                                "reach the server."_s;
+        failure.informativeText = u"Failed deleting www/old.html\n"_s + unnamed;
+        shown = window.explained(failure);
+        QVERIFY2(shown.informativeText.endsWith(unnamed), qPrintable(shown.informativeText));
+        QVERIFY(!shown.informativeText.startsWith(unnamed));
+        failure.informativeText = u"The repository folder /srv/blog is gone; nothing was sent."_s;
+        answered = -1;
+        window.beginSheet(failure, [&](int button) { answered = button; });
+        QTRY_VERIFY(openAlert());
+        QVERIFY(openAlert()->detailedText().isEmpty());
+        QVERIFY(clickAlertButton(u"Open Log Folder"_s));
+        QTRY_COMPARE(answered, 0);
+
         // Any alert's long text moves under the details.
         AlertRequest other;
         other.message = u"Something"_s;
