@@ -275,6 +275,64 @@ private slots:
         QVERIFY(fitted.detailedText.startsWith(u"line\nline"_s));
     }
 
+    // What the window said about one site (a run, a connection test) goes
+    // when another site is chosen, and a test's answer that comes after the
+    // switch is not shown for the new site. The sentence is cut only between
+    // words, and its tool tip keeps curl's text whatever the width.
+    void messagesBelongToTheirSite() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        const quint16 closed = test::ServerProcess::freePort();
+        for (const QString& name : {u"First"_s, u"Second"_s}) {
+            SitePtr site = siteFor(repo.path(), name);
+            site->port = QString::number(closed);
+            SiteListActions::add(site);
+        }
+        MainWindow window;
+        window.show();
+        window.load();
+        QListView* list = window.sidebar()->listView();
+
+        window.testConnection();
+        QTRY_VERIFY_WITH_TIMEOUT(openAlert(), 20000);
+        QVERIFY(clickAlertButton(u"OK"_s));
+        ElidedLabel* label = window.connectionLabel();
+        QVERIFY(label->isVisible());
+        QVERIFY2(label->fullText().contains(u"Nothing answers at 127.0.0.1"_s),
+                 qPrintable(label->fullText()));
+        for (const int width : {700, 560, 430, 330}) {
+            window.resize(width + 300, 560);
+            QTRY_VERIFY(label->width() > 0 && label->width() < width + 300);
+            const QString shown = label->shownText();
+            QVERIFY(!shown.isEmpty());
+            if (label->isElided()) {
+                const QString start = shown.chopped(1);
+                QVERIFY2(label->fullText().startsWith(start) && label->fullText().at(start.size()) == u' ',
+                         qPrintable(shown));
+            }
+            QVERIFY2(label->toolTip().contains(u"(7)"_s), qPrintable(label->toolTip()));
+        }
+        RunSummary summary;
+        summary.total = 4;
+        summary.done = 1;
+        emit window.controller().deploymentEnded(DeployOutcome::Failed, QString(), summary);
+        QVERIFY(window.runResultLabel()->isVisible());
+
+        list->setCurrentIndex(list->model()->index(1, 0));
+        QCOMPARE(window.controller().currentSite->name, u"Second"_s);
+        QVERIFY(!window.connectionLabel()->isVisible());
+        QVERIFY(!window.runResultLabel()->isVisible());
+
+        // A test of Second answers after First is back.
+        window.testConnection();
+        list->setCurrentIndex(list->model()->index(0, 0));
+        QTRY_VERIFY_WITH_TIMEOUT(openAlert(), 20000);
+        QCOMPARE(openAlert()->text(), u"The connection test of \u201cSecond\u201d failed"_s);
+        QVERIFY(clickAlertButton(u"OK"_s));
+        QVERIFY(!window.connectionLabel()->isVisible());
+    }
+
     // Deploy waits for the branch; the placeholder names both branches and
     // offers the settings; a missing folder can be chosen again.
     void placeholdersOfferTheFix() {
