@@ -4,12 +4,15 @@
 #include "SingleInstance.h"
 #include "app/AppInfo.h"
 #include "app/Preferences.h"
+#include "app/SystemLog.h"
 #include "app/ToolPaths.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QTimer>
 #include <QWindow>
+
+#include <cstdio>
 
 using namespace tw;
 
@@ -69,8 +72,22 @@ int main(int argc, char* argv[]) {
 
     // One window per person: a second start brings the first to the front.
     SingleInstance instance;
-    if (!parser.isSet(screenshot) && !instance.listen())
-        return 0;
+    if (!parser.isSet(screenshot)) {
+        switch (instance.claim()) {
+        case SingleInstance::Claim::AnotherAnswered:
+            return 0;
+        case SingleInstance::Claim::Unavailable: {
+            const QString why =
+                QStringLiteral("could not listen on %1 (%2): a later start opens another window")
+                    .arg(instance.name(), instance.errorString());
+            SystemLog::write(QStringLiteral("TARNWELL - ") + why);
+            std::fprintf(stderr, "tarnwell: %s\n", qPrintable(why));
+            break;
+        }
+        case SingleInstance::Claim::Listening:
+            break;
+        }
+    }
     if (parser.isSet(dark)) {
         QApplication::setStyle(QStringLiteral("Fusion"));
         QApplication::setPalette(darkPalette());

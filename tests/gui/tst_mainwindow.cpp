@@ -17,16 +17,19 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProcess>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QSplitter>
 #include <QTableView>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
 #include <QTimer>
@@ -442,15 +445,54 @@ private slots:
         QTRY_COMPARE(Sites().total(), 0);
     }
 
-    // A second start finds the first and asks it to come to the front.
+    // A second start finds the first and asks it to come to the front. A
+    // socket nobody answers on is taken over; one that cannot be listened on
+    // is no reason to stay away: the window opens all the same.
     void secondStartRaisesTheFirst() {
-        const QString name = u"tarnwell-test-%1"_s.arg(QCoreApplication::applicationPid());
+        QVERIFY(SingleInstance::defaultName().startsWith(qEnvironmentVariable("XDG_RUNTIME_DIR") + u"/"_s));
+        QTemporaryDir folder;
+        const QString name = folder.filePath(u"instance.socket"_s);
         SingleInstance first(name);
-        QVERIFY(first.listen());
+        QCOMPARE(first.claim(), SingleInstance::Claim::Listening);
         QSignalSpy raised(&first, &SingleInstance::activationRequested);
         SingleInstance second(name);
-        QVERIFY(!second.listen());
+        QCOMPARE(second.claim(), SingleInstance::Claim::AnotherAnswered);
         QTRY_COMPARE(raised.count(), 1);
+
+        const QString stale = folder.filePath(u"stale.socket"_s);
+        QFile file(stale);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        SingleInstance afterACrash(stale);
+        QCOMPARE(afterACrash.claim(), SingleInstance::Claim::Listening);
+
+        SingleInstance nowhere(folder.filePath(u"missing/instance.socket"_s));
+        QCOMPARE(nowhere.claim(), SingleInstance::Claim::Unavailable);
+        QVERIFY(!nowhere.errorString().isEmpty());
+    }
+
+    // The application itself: with its socket's place taken by something it
+    // cannot remove, it still opens its window instead of quitting quietly.
+    void startsWhenItCannotListen() {
+        QTemporaryDir runtime;
+        QVERIFY(
+            QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        // A folder where the socket goes: no start can remove it or listen there.
+        QVERIFY(QDir().mkpath(runtime.filePath(u"dev.tarnwell.Tarnwell.socket"_s)));
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_RUNTIME_DIR"_s, runtime.path());
+        environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0"_s);
+        QProcess app;
+        app.setProcessEnvironment(environment);
+        app.setProcessChannelMode(QProcess::MergedChannels);
+        app.start(test::TestEnvironment::binaryDirectory() + u"/bin/tarnwell"_s, QStringList());
+        QVERIFY(app.waitForStarted(10000));
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += app.readAll()).contains("could not listen"), 30000);
+        QVERIFY2(!app.waitForFinished(2000), output.constData());
+        QCOMPARE(app.state(), QProcess::Running);
+        app.kill();
+        app.waitForFinished();
     }
 };
 
