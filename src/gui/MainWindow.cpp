@@ -98,7 +98,6 @@ MainWindow::MainWindow(QWidget* parent)
     m_deployButton->setObjectName(QStringLiteral("deployButton"));
     m_deployButton->setMinimumWidth(140);
     m_deployButton->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-    m_deployButton->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
     connect(m_deployButton, &QPushButton::clicked, this, [this] { m_controller->deployButton(); });
 
     m_stack = new QStackedWidget;
@@ -312,38 +311,10 @@ void MainWindow::updateFix() {
         m_placeholder->showFix(QString(), false, false);
         return;
     }
-    const QString folder = site->localPath.value_or(QString());
-    switch (readiness) {
-    case DeployReadiness::NoFolder:
-        m_placeholder->showFix(folder.isEmpty()
-                                   ? tr("The site has no repository folder.")
-                                   : tr("The folder %1 is gone. Choose it again if it moved.").arg(folder),
-                               true, true);
-        return;
-    case DeployReadiness::NotARepository:
-        m_placeholder->showFix(tr("%1 is not a git repository. Choose the repository's folder in the site's "
-                                  "settings.")
-                                   .arg(folder),
-                               true, false);
-        return;
-    case DeployReadiness::OtherBranch: {
-        const std::optional<QString> current = m_controller->checkOutedBranch();
-        const QString wanted = site->deployBranch.value_or(QString());
-        m_placeholder->showFix(
-            current ? tr("The branch \u201c%1\u201d is checked out; this site deploys \u201c%2\u201d.")
-                          .arg(*current, wanted)
-                    : tr("No branch is checked out (a detached HEAD); this site deploys \u201c%1\u201d.")
-                          .arg(wanted),
-            true, false);
-        return;
-    }
-    case DeployReadiness::NoHost:
-        m_placeholder->showFix(tr("The site names no server."), true, false);
-        return;
-    default:
-        m_placeholder->showFix(QString(), false, false);
-        return;
-    }
+    const std::optional<QString> checkedOut =
+        readiness == DeployReadiness::OtherBranch ? m_controller->checkOutedBranch() : std::nullopt;
+    m_placeholder->showFixFor(readiness, site->localPath.value_or(QString()), checkedOut,
+                              site->deployBranch.value_or(QString()));
 }
 
 QString MainWindow::currentSiteId() const {
@@ -576,6 +547,12 @@ void MainWindow::chooseFolderAgain() {
 
 void MainWindow::showLogFolder() {
     m_controller->showLogDirectory();
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        MainMenus::applyIcons(*this);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

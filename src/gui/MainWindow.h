@@ -96,6 +96,7 @@ public:
     AlertRequest explained(const AlertRequest& alert) const;
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:

@@ -2,6 +2,7 @@
 #include "ImageResources.h"
 #include "MainWindow.h"
 #include "SingleInstance.h"
+#include "ThemeColors.h"
 #include "app/AppInfo.h"
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
@@ -15,35 +16,6 @@
 #include <cstdio>
 
 using namespace tw;
-
-namespace {
-
-// A dark palette of the Fusion style's kind, for looking at the window as
-// people with a dark theme see it.
-QPalette darkPalette() {
-    QPalette p;
-    const QColor window(45, 45, 48), base(30, 30, 32), text(230, 230, 230), disabled(130, 130, 130);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, base);
-    p.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
-    p.setColor(QPalette::ToolTipBase, window);
-    p.setColor(QPalette::ToolTipText, text);
-    p.setColor(QPalette::PlaceholderText, QColor(150, 150, 150));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::Button, window);
-    p.setColor(QPalette::ButtonText, text);
-    p.setColor(QPalette::BrightText, Qt::red);
-    p.setColor(QPalette::Link, QColor(110, 170, 255));
-    p.setColor(QPalette::Highlight, QColor(53, 132, 228));
-    p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Disabled, QPalette::Text, disabled);
-    p.setColor(QPalette::Disabled, QPalette::WindowText, disabled);
-    p.setColor(QPalette::Disabled, QPalette::ButtonText, disabled);
-    return p;
-}
-
-} // namespace
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
@@ -90,7 +62,7 @@ int main(int argc, char* argv[]) {
     }
     if (parser.isSet(dark)) {
         QApplication::setStyle(QStringLiteral("Fusion"));
-        QApplication::setPalette(darkPalette());
+        QApplication::setPalette(ThemeColors::darkPalette());
     }
 
     Preferences& preferences = Preferences::instance();
