@@ -24,6 +24,8 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QRegularExpressionValidator>
+#include <QScreen>
+#include <QScrollArea>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -33,6 +35,18 @@ namespace tw {
 namespace {
 
 enum Tab { GeneralTab, ServerTab, FilesTab };
+
+// A page that scrolls when it is taller than the screen allows.
+QScrollArea* scrolled(QWidget* page) {
+    auto* area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    area->setWidget(page);
+    area->viewport()->setAutoFillBackground(false);
+    page->setAutoFillBackground(false);
+    return area;
+}
 
 QString withoutFileScheme(QString path) {
     path.remove(QStringLiteral("file://"));
@@ -50,9 +64,10 @@ SiteEditorDialog::SiteEditorDialog(SitePtr site, UserInteraction& interaction, Q
 
     m_tabs = new QTabWidget(this);
     m_problems.setTabs(m_tabs);
-    m_tabs->addTab(buildGeneralTab(), tr("Repository"));
-    m_tabs->addTab(buildServerTab(), tr("Server"));
-    m_tabs->addTab(buildFilesTab(), tr("Files"));
+    m_tabs->addTab(scrolled(buildGeneralTab()), tr("Repository"));
+    m_tabs->addTab(scrolled(buildServerTab()), tr("Server"));
+    m_tabs->addTab(scrolled(buildFilesTab()), tr("Files"));
+    connect(m_tabs, &QTabWidget::currentChanged, this, &SiteEditorDialog::fitToContent);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &SiteEditorDialog::accept);
@@ -298,7 +313,26 @@ bool SiteEditorDialog::isTabMarked(int tab) const {
 QList<FieldProblem> SiteEditorDialog::validate() {
     const QList<FieldProblem> problems = form().validate();
     m_problems.showAll(problems);
+    fitToContent();
     return problems;
+}
+
+// As tall as the page in front needs (its problem lines and the rows of the
+// protocol included), up to the screen's height; beyond that it scrolls.
+void SiteEditorDialog::fitToContent() {
+    auto* area = qobject_cast<QScrollArea*>(m_tabs->currentWidget());
+    if (!isVisible() || !area || !area->widget() || !screen())
+        return;
+    QWidget* page = area->widget();
+    const int width = area->viewport()->width();
+    const int needed = page->hasHeightForWidth() ? page->heightForWidth(width) : page->sizeHint().height();
+    const int missing = std::max(needed, page->minimumSizeHint().height()) - area->viewport()->height();
+    const int wanted = std::max(sizeHint().height(), height() + std::max(missing, 0));
+    if (wanted <= height())
+        return;
+    const int frame = frameGeometry().height() - height();
+    const int room = screen()->availableGeometry().height() - frame;
+    resize(this->width(), std::min(wanted, room));
 }
 
 bool SiteEditorDialog::save() {
@@ -465,6 +499,7 @@ void SiteEditorDialog::protocolChanged() {
     m_port->setPlaceholderText(SiteForm::defaultPort(protocol));
     // A result found with another protocol says nothing about this one.
     m_testRow->clearResult();
+    fitToContent();
 }
 
 bool SiteEditorDialog::isFieldOffered(SiteField field) const {
@@ -545,6 +580,7 @@ void SiteEditorDialog::setEditing(bool editing) {
 void SiteEditorDialog::showEvent(QShowEvent* event) {
     QDialog::showEvent(event);
     setEditing(true);
+    QTimer::singleShot(0, this, &SiteEditorDialog::fitToContent);
     if (!m_bookmarkChecked)
         QTimer::singleShot(0, this, &SiteEditorDialog::checkBookmark);
 }

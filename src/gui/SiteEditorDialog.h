@@ -133,6 +133,7 @@ private:
     QWidget* buildServerTab();
     QWidget* buildFilesTab();
     bool useRepositoryOf(const QString& folder, const QString& top);
+    void fitToContent();
     void protocolChanged();
     void checkBookmark();
     void setEditing(bool editing);

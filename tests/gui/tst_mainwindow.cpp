@@ -24,6 +24,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProcess>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
@@ -210,6 +211,56 @@ private slots:
         QTRY_VERIFY(window.lastDeploymentLabel()->text().startsWith(u"Last deployed: "_s));
     }
 
+    // During a real deployment the sheet counts the files one by one, its bar
+    // agrees with the count, and the count with the rows marked sent.
+    void progressMovesFileByFile() {
+        test::FtpServer ftp;
+        TW_REQUIRE_SERVER(ftp);
+        test::GitRepository repo;
+        const int total = 30;
+        for (int i = 0; i < total; ++i)
+            repo.write(u"pages/page%1.html"_s.arg(i), QByteArray(2048, 'x'));
+        repo.commitAll(u"one"_s);
+        SitePtr site = siteFor(repo.path(), u"Blog"_s);
+        site->port = QString::number(ftp.port());
+        site->username = test::FtpServer::userName();
+        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
+        SiteListActions::add(site);
+        Preferences::instance().setInteger(u"maxConnections"_s, 1);
+
+        MainWindow window;
+        window.show();
+        window.load();
+        QStringList counts;
+        QList<int> bars;
+        QStringList disagreements;
+        connect(&window.controller(), &ViewController::progressChanged, this, [&](qsizetype done, qsizetype) {
+            const ProgressViewController* sheet = window.progressSheet();
+            if (!sheet)
+                return;
+            counts.append(sheet->countLabel()->text());
+            bars.append(sheet->progressBar()->value());
+            qsizetype sent = 0;
+            for (const FilePtr& file : *window.controller().files)
+                sent += file->status == u"100%" ? 1 : 0;
+            if (sent != done)
+                disagreements.append(u"%1 counted, %2 rows sent"_s.arg(done).arg(sent));
+        });
+        QSignalSpy ended(&window.controller(), &ViewController::deploymentEnded);
+        window.deployButton()->click();
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 60000);
+        QCOMPARE(int(ended.last().at(0).value<DeployOutcome>()), int(DeployOutcome::Deployed));
+
+        // From nothing sent, one file at a time, to all of them.
+        QCOMPARE(counts.size(), total + 1);
+        for (int done = 0; done <= total; ++done) {
+            QCOMPARE(counts.at(done),
+                     u"%1 of %2 files \u00b7 %3 %"_s.arg(done).arg(total).arg(done * 100 / total));
+            QCOMPARE(bars.at(done), done * 100 / total);
+        }
+        QCOMPARE(disagreements, QStringList());
+    }
+
     // A failure in curl's words becomes a sentence with curl's text under the
     // details; a long trace never makes the alert taller than the screen, and
     // the log folder is one click away.
@@ -385,6 +436,8 @@ private slots:
             QVERIFY(window.siteLabel()->shownText().endsWith(u"\u2026"_s));
             QVERIFY(window.minimumSizeHint().width() < 760);
             window.splitter()->setSizes({300, 460});
+            window.move(40, 30);
+            QTRY_COMPARE(window.pos(), QPoint(40, 30));
             QCOMPARE(window.action(u"quit"_s)->shortcut(), QKeySequence(u"Ctrl+Q"_s));
             QStringList menus;
             for (QAction* menu : window.menuBar()->actions())
@@ -400,7 +453,20 @@ private slots:
         again.show();
         again.load();
         QCOMPARE(again.size(), QSize(760, 520));
+        QCOMPARE(again.pos(), QPoint(40, 30));
         QCOMPARE(again.splitter()->sizes().first(), 300);
+
+        // The sidebar hidden stays hidden at the next start, and comes back.
+        again.sidebar()->toggleAction()->trigger();
+        QVERIFY(!again.sidebar()->isVisible());
+        again.close();
+        MainWindow third;
+        third.show();
+        third.load();
+        QVERIFY(!third.sidebar()->isVisible());
+        QCOMPARE(third.sidebar()->toggleAction()->text(), u"Show Sites"_s);
+        third.sidebar()->toggleAction()->trigger();
+        QVERIFY(third.sidebar()->isVisible());
     }
 
     // Tab visits the site list, its buttons, the filter, the file list and

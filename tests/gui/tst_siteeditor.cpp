@@ -14,6 +14,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -240,6 +242,41 @@ private slots:
         QTest::keyClick(&untouched, Qt::Key_Escape);
         QVERIFY(!untouched.isVisible());
         QCOMPARE(interaction.alerts.size(), 2);
+    }
+
+    // The editor is as tall as what it shows, every problem line and the
+    // SFTP rows included, and never taller than the screen.
+    void tallAsItsContent() {
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(nullptr, interaction);
+        editor.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&editor));
+        const int screenHeight = editor.screen()->availableGeometry().height();
+        for (const QString& protocol : {u"FTP"_s, u"SFTP"_s}) {
+            editor.protocolField()->setCurrentText(protocol);
+            editor.sshKeyField()->setText(u"/no/such/key"_s);
+            editor.portField()->setText(u"0"_s);
+            for (int tab = 0; tab < editor.tabs()->count(); ++tab) {
+                editor.validate();
+                editor.tabs()->setCurrentIndex(tab);
+                auto* area = qobject_cast<QScrollArea*>(editor.tabs()->currentWidget());
+                QVERIFY(area);
+                QWidget* page = area->widget();
+                const auto needed = [&] { return page->heightForWidth(area->viewport()->width()); };
+                const QString where = u"%1, tab %2"_s.arg(protocol).arg(tab);
+                QTRY_VERIFY2(
+                    area->viewport()->height() >= needed() || editor.frameGeometry().height() >= screenHeight,
+                    qPrintable(u"%1: %2 < %3"_s.arg(where).arg(area->viewport()->height()).arg(needed())));
+                QVERIFY2(editor.height() >= editor.sizeHint().height() ||
+                             editor.frameGeometry().height() >= screenHeight,
+                         qPrintable(u"%1: %2 < %3, frame %4 of %5"_s.arg(where)
+                                        .arg(editor.height())
+                                        .arg(editor.sizeHint().height())
+                                        .arg(editor.frameGeometry().height())
+                                        .arg(screenHeight)));
+                QVERIFY2(editor.frameGeometry().height() <= screenHeight, qPrintable(where));
+            }
+        }
     }
 
     // A test that was under way when the protocol changed says nothing about
