@@ -7,6 +7,7 @@
 #include "app/Preferences.h"
 #include "app/SystemLog.h"
 #include "app/ToolPaths.h"
+#include "deploy/ViewController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -88,7 +89,13 @@ int main(int argc, char* argv[]) {
                 return;
             poll->stop();
             QCoreApplication::processEvents();
-            const bool saved = window.grab().save(file);
+            const QPixmap picture = window.grab();
+            const bool saved = picture.save(file);
+            // What a smoke test checks beside the picture.
+            const qsizetype files = window.controller().files ? window.controller().files->size() : 0;
+            std::printf("title: %s\nfiles listed: %lld\npicture: %dx%d\n", qPrintable(window.windowTitle()),
+                        static_cast<long long>(files), picture.width(), picture.height());
+            std::fflush(stdout);
             QCoreApplication::exit(saved ? 0 : 1);
         });
         poll->start();
