@@ -238,6 +238,9 @@ private slots:
             const ProgressViewController* sheet = window.progressSheet();
             if (!sheet)
                 return;
+            // The same count told twice is no step.
+            if (!counts.isEmpty() && counts.constLast() == sheet->countLabel()->text())
+                return;
             counts.append(sheet->countLabel()->text());
             bars.append(sheet->progressBar()->value());
             qsizetype sent = 0;
