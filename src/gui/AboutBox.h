@@ -2,21 +2,21 @@
 
 #include <QString>
 
+class QMessageBox;
 class QWidget;
 
 namespace tw {
 
-// Help ▸ About: the application's version and those of Qt, git and curl,
-// as the tools folder's programs report them, and the documentation link.
+// Help ▸ About: the application's version and those of Qt, git and curl, as
+// the tools folder's programs report them, and the documentation link. The
+// box opens at once; git's and curl's versions are asked once per run
+// (ToolVersions) and filled in when they answer.
 class AboutBox {
 public:
-    // The text of the box (rich text).
+    // The text of the box (rich text), with what is known of the versions now.
     static QString text();
-    static void show(QWidget* parent);
-
-    // The first line of "<program> --version", or "not found".
-    static QString gitVersion();
-    static QString curlVersion();
+    // Opens the box (window-modal over parent, deleted when closed).
+    static QMessageBox* show(QWidget* parent);
 
     static QString documentationUrl();
 };

@@ -74,6 +74,11 @@ void ConnectionTestRow::showRefusal(const QString& text) {
 }
 
 void ConnectionTestRow::clearResult() {
+    // A test under way was for the old settings: its answer is dropped when
+    // it comes, and a test of the new ones may start now.
+    ++m_generation;
+    m_testing = false;
+    m_button->setEnabled(static_cast<bool>(m_tester));
     setResult(QString(), QString(), Neutral);
 }
 
@@ -85,19 +90,25 @@ void ConnectionTestRow::run(const SitePtr& probe, const QString& password, const
     if (!m_tester || m_testing)
         return;
     const QString probeId = probe->siteId();
-    TWPasswords::setPassword(nonEmpty(password), probeId);
-    TWPasswords::setPassphrase(nonEmpty(passphrase), probeId);
+    // The probe's id is new: an empty secret has nothing to remove.
+    if ((!password.isEmpty() && !TWPasswords::setPassword(password, probeId)) ||
+        (!passphrase.isEmpty() && !TWPasswords::setPassphrase(passphrase, probeId))) {
+        TWPasswords::setPassword(std::nullopt, probeId);
+        showRefusal(tr("The test cannot use the password: the secret store did not answer or is locked."));
+        return;
+    }
     m_testing = true;
+    const quint64 generation = ++m_generation;
     m_button->setEnabled(false);
     const QString host = probe->host.value_or(QString());
     setResult(tr("Connecting to %1\u2026").arg(host), QString(), Neutral);
     const FailureExplanation::Context context{host, probe->port.value_or(QString()),
                                               probe->remotePath.value_or(QString())};
     QPointer<ConnectionTestRow> self(this);
-    m_tester(probe, [self, probeId, context](const std::optional<QString>& error) {
+    m_tester(probe, [self, probeId, context, generation](const std::optional<QString>& error) {
         TWPasswords::setPassword(std::nullopt, probeId);
         TWPasswords::setPassphrase(std::nullopt, probeId);
-        if (!self)
+        if (!self || self->m_generation != generation)
             return;
         self->m_testing = false;
         self->m_button->setEnabled(static_cast<bool>(self->m_tester));

@@ -42,7 +42,8 @@ public:
     void run(const SitePtr& probe, const QString& password, const QString& passphrase);
     // Shows a problem that keeps the test from starting.
     void showRefusal(const QString& text);
-    // Forgets the last result (the settings it was for have changed).
+    // Forgets the last result (the settings it was for have changed); the
+    // answer of a test still under way is dropped.
     void clearResult();
 
     QString resultText() const;
@@ -58,6 +59,7 @@ private:
 
     Tester m_tester;
     bool m_testing = false;
+    quint64 m_generation = 0; // the test whose answer counts
     QPushButton* m_button = nullptr;
     QLabel* m_result = nullptr;
 };

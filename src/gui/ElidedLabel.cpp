@@ -18,6 +18,11 @@ void ElidedLabel::setFullText(const QString& text) {
     updateGeometry();
 }
 
+void ElidedLabel::setDetails(const QString& details) {
+    m_details = details;
+    updateShown();
+}
+
 QString ElidedLabel::elidedAtWord(const QString& text, const QFontMetrics& metrics, int width) {
     if (metrics.horizontalAdvance(text) <= width)
         return text;
@@ -62,7 +67,10 @@ void ElidedLabel::updateShown() {
     const int width = contentsRect().width() - 2 * margin() - (indent() > 0 ? indent() : 0);
     m_shown = elidedAtWord(m_fullText, fontMetrics(), std::max(width, 0));
     QLabel::setText(m_shown);
-    setToolTip(m_shown == m_fullText ? QString() : m_fullText);
+    if (!m_details.isEmpty())
+        setToolTip(m_fullText + QStringLiteral("\n\n") + m_details);
+    else
+        setToolTip(m_shown == m_fullText ? QString() : m_fullText);
     setAccessibleName(m_fullText);
 }
 

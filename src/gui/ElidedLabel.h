@@ -6,8 +6,10 @@ namespace tw {
 
 // A one-line label that never widens its window: a text too long for the
 // width it gets is cut, after a whole word where there is one, with an
-// ellipsis, and the whole text is its tool tip and accessible description.
-// text() is always the whole text; shownText() what is drawn.
+// ellipsis, and the whole text is its tool tip and accessible name. Details
+// (curl's text under a sentence) go into the tool tip below the whole text,
+// whatever the width. fullText() is always the whole text; shownText() what
+// is drawn.
 class ElidedLabel : public QLabel {
     Q_OBJECT
 
@@ -15,6 +17,9 @@ public:
     explicit ElidedLabel(QWidget* parent = nullptr);
 
     void setFullText(const QString& text);
+    // Shown in the tool tip under the whole text; empty for none.
+    void setDetails(const QString& details);
+    QString details() const { return m_details; }
     QString fullText() const { return m_fullText; }
     QString shownText() const { return m_shown; }
     bool isElided() const { return m_shown != m_fullText; }
@@ -35,6 +40,7 @@ private:
     void updateShown();
 
     QString m_fullText;
+    QString m_details;
     QString m_shown;
 };
 

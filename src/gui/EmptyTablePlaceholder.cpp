@@ -1,5 +1,6 @@
 #include "EmptyTablePlaceholder.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -64,6 +65,43 @@ void EmptyTablePlaceholder::showFix(const QString& hint, bool settings, bool cho
     m_hintView->setVisible(!hint.isEmpty());
     m_btnSettings->setVisible(settings);
     m_btnChooseFolder->setVisible(chooseFolder);
+}
+
+void EmptyTablePlaceholder::showFixFor(DeployReadiness readiness, const QString& folder,
+                                       const std::optional<QString>& checkedOut,
+                                       const QString& deployBranch) {
+    switch (readiness) {
+    case DeployReadiness::NoFolder:
+        showFix(folder.isEmpty() ? tr("The site has no repository folder.")
+                                 : tr("The folder %1 is gone. Choose it again if it moved.").arg(folder),
+                true, true);
+        return;
+    case DeployReadiness::NotARepository:
+        showFix(tr("%1 is not a git repository. Choose the repository's folder in the site's settings.")
+                    .arg(folder),
+                true, false);
+        return;
+    case DeployReadiness::OtherBranch:
+        showFix(checkedOut
+                    ? tr("The branch \u201c%1\u201d is checked out; this site deploys \u201c%2\u201d.")
+                          .arg(*checkedOut, deployBranch)
+                    : tr("No branch is checked out (a detached HEAD); this site deploys \u201c%1\u201d.")
+                          .arg(deployBranch),
+                true, false);
+        return;
+    case DeployReadiness::NoHost:
+        showFix(tr("The site names no server."), true, false);
+        return;
+    default:
+        showFix(QString(), false, false);
+        return;
+    }
+}
+
+void EmptyTablePlaceholder::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        m_controller.redrawImage(palette()); // the image view's own comes after
 }
 
 } // namespace tw

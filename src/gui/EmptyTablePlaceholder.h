@@ -1,8 +1,11 @@
 #pragma once
 
 #include "EmptyTableViewController.h"
+#include "deploy/DeployReadiness.h"
 
 #include <QWidget>
+
+#include <optional>
 
 class QLabel;
 class QPushButton;
@@ -32,12 +35,20 @@ public:
     // Shows the line and the buttons asked for; an empty hint and no
     // buttons hide them all.
     void showFix(const QString& hint, bool settings, bool chooseFolder);
+    // The line and buttons for what keeps a site from deploying: its folder
+    // is gone, is no repository, another branch (checkedOut, or a detached
+    // HEAD) is checked out, it names no server. Nothing for the rest.
+    void showFixFor(DeployReadiness readiness, const QString& folder,
+                    const std::optional<QString>& checkedOut, const QString& deployBranch);
 
 signals:
     void addSiteClicked();
     void checkOutClicked();
     void settingsClicked();
     void chooseFolderClicked();
+
+protected:
+    void changeEvent(QEvent* event) override;
 
 private:
     QLabel* m_imageView;

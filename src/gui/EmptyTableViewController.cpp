@@ -36,9 +36,19 @@ void EmptyTableViewController::showImage(const QString& name) {
     m_imageName = name;
     if (!m_imageView)
         return;
-    const qreal ratio = m_imageView->devicePixelRatioF();
-    m_imageView->setPixmap(ImageResources::pixmap(name, QSize(imageSize, imageSize), ratio));
+    drawImage(m_imageView->palette());
     m_imageView->show();
+}
+
+void EmptyTableViewController::drawImage(const QPalette& palette) {
+    const qreal ratio = m_imageView->devicePixelRatioF();
+    m_imageView->setPixmap(
+        ImageResources::themedPixmap(m_imageName, QSize(imageSize, imageSize), palette, ratio));
+}
+
+void EmptyTableViewController::redrawImage(const QPalette& palette) {
+    if (!m_imageName.isEmpty() && m_imageView)
+        drawImage(palette);
 }
 
 void EmptyTableViewController::showText(const QString& text) {

@@ -26,6 +26,8 @@ public:
 
     // The name of the image shown last (empty after hideAll).
     QString imageName() const { return m_imageName; }
+    // Draws the image shown again in the colours of a new palette.
+    void redrawImage(const QPalette& palette);
     // True when any of the four views is to be seen.
     bool isShowingAnything() const;
 
@@ -38,6 +40,7 @@ public:
 
 private:
     void showImage(const QString& name);
+    void drawImage(const QPalette& palette);
     void showText(const QString& text);
 
     QPointer<QLabel> m_imageView;

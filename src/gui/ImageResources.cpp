@@ -35,8 +35,9 @@ QIcon ImageResources::icon(const QString& name) {
     return QIcon(path(name));
 }
 
-QPixmap ImageResources::pixmap(const QString& name, const QSize& size, qreal devicePixelRatio) {
-    QSvgRenderer renderer(path(name));
+namespace {
+
+QPixmap render(QSvgRenderer& renderer, const QSize& size, qreal devicePixelRatio) {
     QPixmap result(size * devicePixelRatio);
     result.setDevicePixelRatio(devicePixelRatio);
     result.fill(Qt::transparent);
@@ -47,17 +48,40 @@ QPixmap ImageResources::pixmap(const QString& name, const QSize& size, qreal dev
     return result;
 }
 
-QIcon ImageResources::tintedIcon(const QString& name, const QColor& color) {
+// The drawing's text with its own colours replaced by the palette's.
+QByteArray themedSource(const QString& name, const QPalette& palette) {
+    QFile file(ImageResources::path(name));
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray();
+    QByteArray source = file.readAll();
+    const auto quoted = [](const QColor& color) { return QByteArray("\"" + color.name().toLatin1() + "\""); };
+    const QByteArray ink = quoted(palette.color(QPalette::WindowText));
+    for (const char* drawnInk : {"\"#2f3b46\"", "\"#4a5560\"", "\"#000\""})
+        source.replace(drawnInk, ink);
+    source.replace("\"#ffffff\"", quoted(palette.color(QPalette::Base)));
+    source.replace("\"#3584e4\"", quoted(palette.color(QPalette::Highlight)));
+    return source;
+}
+
+} // namespace
+
+QPixmap ImageResources::pixmap(const QString& name, const QSize& size, qreal devicePixelRatio) {
+    QSvgRenderer renderer(path(name));
+    return render(renderer, size, devicePixelRatio);
+}
+
+QPixmap ImageResources::themedPixmap(const QString& name, const QSize& size, const QPalette& palette,
+                                     qreal devicePixelRatio) {
+    QSvgRenderer renderer(themedSource(name, palette));
+    return render(renderer, size, devicePixelRatio);
+}
+
+QIcon ImageResources::themedIcon(const QString& name, const QPalette& palette) {
+    QSvgRenderer renderer(themedSource(name, palette));
     QIcon result;
     for (const int side : {16, 22, 24, 32}) {
-        for (const qreal ratio : {1.0, 2.0}) {
-            QPixmap drawn = pixmap(name, QSize(side, side), ratio);
-            QPainter painter(&drawn);
-            painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-            painter.fillRect(QRectF(0, 0, side, side), color);
-            painter.end();
-            result.addPixmap(drawn);
-        }
+        for (const qreal ratio : {1.0, 2.0})
+            result.addPixmap(render(renderer, QSize(side, side), ratio));
     }
     return result;
 }

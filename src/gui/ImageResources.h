@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QIcon>
+#include <QPalette>
 #include <QPixmap>
 #include <QSize>
 #include <QString>
@@ -21,9 +22,15 @@ public:
     // screen's pixel ratio.
     static QPixmap pixmap(const QString& name, const QSize& size, qreal devicePixelRatio = 1.0);
     static QIcon applicationIcon();
-    // A line drawing in the palette's colour of text, for light and dark
-    // themes alike; sharp at 1× and 2× (drawn for both).
-    static QIcon tintedIcon(const QString& name, const QColor& color);
+    // A drawing in the palette's colours, for light and dark themes alike:
+    // its ink (the dark outlines) in the colour of text, its white in the
+    // colour of the base, its blue in the highlight colour, its accents (a
+    // green tick, an orange flame) as drawn. Draw again when the palette
+    // changes.
+    static QPixmap themedPixmap(const QString& name, const QSize& size, const QPalette& palette,
+                                qreal devicePixelRatio = 1.0);
+    // The same, sharp at 1× and 2× (drawn for both) in the usual icon sizes.
+    static QIcon themedIcon(const QString& name, const QPalette& palette);
 };
 
 } // namespace tw

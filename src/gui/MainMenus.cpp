@@ -62,7 +62,6 @@ void MainMenus::build(MainWindow& window) {
                                            if (w->deployButton()->isEnabled())
                                                w->controller().deployButton();
                                        });
-    deployAction->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
     deploy->addAction(deployAction);
     QAction* testAction = makeAction(w, QStringLiteral("testConnection"), MainWindow::tr("&Test Connection"),
                                      QKeySequence(MainWindow::tr("Ctrl+T")), [w] { w->testConnection(); });
@@ -126,6 +125,14 @@ void MainMenus::build(MainWindow& window) {
     bar->addAction(deployAction);
     bar->addAction(w->action(QStringLiteral("refresh")));
     bar->addAction(w->action(QStringLiteral("testConnection")));
+    applyIcons(window);
+}
+
+void MainMenus::applyIcons(MainWindow& window) {
+    const QIcon deploy = ImageResources::themedIcon(QStringLiteral("cloud_tick"), window.palette());
+    window.deployButton()->setIcon(deploy);
+    if (QAction* action = window.action(QStringLiteral("deploy")))
+        action->setIcon(deploy);
 }
 
 } // namespace tw

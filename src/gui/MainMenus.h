@@ -11,6 +11,9 @@ class MainWindow;
 class MainMenus {
 public:
     static void build(MainWindow& window);
+    // Draws the application's own icons (Deploy) in the window's palette;
+    // again whenever the palette changes.
+    static void applyIcons(MainWindow& window);
 };
 
 } // namespace tw

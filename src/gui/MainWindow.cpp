@@ -98,7 +98,6 @@ MainWindow::MainWindow(QWidget* parent)
     m_deployButton->setObjectName(QStringLiteral("deployButton"));
     m_deployButton->setMinimumWidth(140);
     m_deployButton->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-    m_deployButton->setIcon(ImageResources::icon(QStringLiteral("cloud_tick")));
     connect(m_deployButton, &QPushButton::clicked, this, [this] { m_controller->deployButton(); });
 
     m_stack = new QStackedWidget;
@@ -108,13 +107,18 @@ MainWindow::MainWindow(QWidget* parent)
     auto* warningRow = new QHBoxLayout;
     warningRow->addWidget(m_warningSign, 0, Qt::AlignTop);
     warningRow->addWidget(m_warningLabel, 1);
-    auto* notes = new QVBoxLayout;
+    // The notes take the width Deploy leaves; a box of their own, so that
+    // hidden notes do not shrink the column to nothing.
+    auto* notesBox = new QWidget;
+    notesBox->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    auto* notes = new QVBoxLayout(notesBox);
+    notes->setContentsMargins(0, 0, 0, 0);
     notes->addLayout(warningRow);
     notes->addWidget(m_runResultLabel);
     notes->addWidget(m_connectionLabel);
     auto* bottom = new QHBoxLayout;
-    bottom->addLayout(notes, 1);
-    bottom->addWidget(m_deployButton, 0, Qt::AlignBottom);
+    bottom->addWidget(notesBox, 1);
+    bottom->addWidget(m_deployButton, 0, Qt::AlignRight | Qt::AlignBottom);
 
     auto* right = new QWidget;
     auto* rightLayout = new QVBoxLayout(right);
@@ -226,9 +230,13 @@ AlertRequest MainWindow::explained(const AlertRequest& alert) const {
         context.port = site->port.value_or(QString());
         context.remotePath = site->remotePath.value_or(QString());
     }
-    const FailureExplanation explanation = FailureExplanation::explain(alert.informativeText, context);
+    QString curlText = alert.informativeText;
+    const QString notes = RunMessages::takeRunNotes(curlText);
+    const FailureExplanation explanation = FailureExplanation::explain(curlText, context);
     AlertRequest shown = alert;
     shown.informativeText = explanation.summary();
+    if (!notes.isEmpty())
+        shown.informativeText += QLatin1Char('\n') + notes;
     shown.detailedText = explanation.details();
     // During a run: what reached the server, and that the record was not written.
     if (const DeployRun* run = m_controller->run(); run && run->summary().total > 0)
@@ -303,41 +311,33 @@ void MainWindow::updateFix() {
         m_placeholder->showFix(QString(), false, false);
         return;
     }
-    const QString folder = site->localPath.value_or(QString());
-    switch (readiness) {
-    case DeployReadiness::NoFolder:
-        m_placeholder->showFix(folder.isEmpty()
-                                   ? tr("The site has no repository folder.")
-                                   : tr("The folder %1 is gone. Choose it again if it moved.").arg(folder),
-                               true, true);
+    const std::optional<QString> checkedOut =
+        readiness == DeployReadiness::OtherBranch ? m_controller->checkOutedBranch() : std::nullopt;
+    m_placeholder->showFixFor(readiness, site->localPath.value_or(QString()), checkedOut,
+                              site->deployBranch.value_or(QString()));
+}
+
+QString MainWindow::currentSiteId() const {
+    const SitePtr site = m_controller->currentSite;
+    return site ? site->siteId() : QString();
+}
+
+// The lines about a run and a connection test speak of one site: another
+// site chosen, they go.
+void MainWindow::forgetMessagesOfOtherSites() {
+    const QString id = currentSiteId();
+    if (id == m_messagesSiteId)
         return;
-    case DeployReadiness::NotARepository:
-        m_placeholder->showFix(tr("%1 is not a git repository. Choose the repository's folder in the site's "
-                                  "settings.")
-                                   .arg(folder),
-                               true, false);
-        return;
-    case DeployReadiness::OtherBranch: {
-        const std::optional<QString> current = m_controller->checkOutedBranch();
-        const QString wanted = site->deployBranch.value_or(QString());
-        m_placeholder->showFix(
-            current ? tr("The branch \u201c%1\u201d is checked out; this site deploys \u201c%2\u201d.")
-                          .arg(*current, wanted)
-                    : tr("No branch is checked out (a detached HEAD); this site deploys \u201c%1\u201d.")
-                          .arg(wanted),
-            true, false);
-        return;
-    }
-    case DeployReadiness::NoHost:
-        m_placeholder->showFix(tr("The site names no server."), true, false);
-        return;
-    default:
-        m_placeholder->showFix(QString(), false, false);
-        return;
-    }
+    m_messagesSiteId = id;
+    m_runResultLabel->clear();
+    m_runResultLabel->hide();
+    m_connectionLabel->setFullText(QString());
+    m_connectionLabel->setDetails(QString());
+    m_connectionLabel->hide();
 }
 
 void MainWindow::runEnded(DeployOutcome outcome, const RunSummary& summary) {
+    forgetMessagesOfOtherSites();
     const QString text = RunMessages::afterRun(outcome, summary);
     m_runResultLabel->setText(text);
     m_runResultLabel->setVisible(!text.isEmpty());
@@ -349,6 +349,7 @@ void MainWindow::openFolder(const QString& path) {
 }
 
 void MainWindow::updateLabels() {
+    forgetMessagesOfOtherSites();
     const SitePtr site = m_controller->currentSite;
     if (!site) {
         m_siteLabel->setFullText(Sites().total() == 0 ? tr("Welcome to %1").arg(AppInfo::productName())
@@ -460,36 +461,39 @@ void MainWindow::testConnection() {
     statusBar()->showMessage(tr("Testing the connection to %1\u2026").arg(site->host.value_or(QString())));
     m_connectionLabel->hide();
     QPointer<MainWindow> self(this);
-    SiteConnectionTester::start(site, [self](const std::optional<QString>& error) {
+    SitePtr tested = site;
+    SiteConnectionTester::start(site, [self, tested](const std::optional<QString>& error) {
         if (self)
-            self->showConnectionResult(error);
+            self->showConnectionResult(*tested, error);
     });
 }
 
-void MainWindow::showConnectionResult(const std::optional<QString>& error) {
+void MainWindow::showConnectionResult(Site& site, const std::optional<QString>& error) {
     statusBar()->clearMessage();
+    // Another site chosen meanwhile: the line under the list is not for it.
+    const bool shown = site.siteId() == currentSiteId();
     if (!error) {
-        m_connectionLabel->setFullText(tr("The connection works: the server accepted a small test file, "
-                                          "\u201c.test\u201d."));
-        m_connectionLabel->setToolTip(QString());
-        m_connectionLabel->show();
+        if (shown) {
+            m_connectionLabel->setFullText(tr("The connection works: the server accepted a small test file, "
+                                              "\u201c.test\u201d."));
+            m_connectionLabel->setDetails(QString());
+            m_connectionLabel->show();
+        }
         return;
     }
-    FailureExplanation::Context context;
-    if (const SitePtr site = m_controller->currentSite) {
-        context.host = site->host.value_or(QString());
-        context.port = site->port.value_or(QString());
-        context.remotePath = site->remotePath.value_or(QString());
-    }
+    const FailureExplanation::Context context{site.host.value_or(QString()), site.port.value_or(QString()),
+                                              site.remotePath.value_or(QString())};
     const FailureExplanation explanation = FailureExplanation::explain(*error, context);
-    m_connectionLabel->setFullText(tr("The connection test failed: %1").arg(explanation.summary()));
-    if (!explanation.details().isEmpty())
-        m_connectionLabel->setToolTip(m_connectionLabel->fullText() + QStringLiteral("\n\n") +
-                                      explanation.details());
-    m_connectionLabel->show();
+    if (shown) {
+        m_connectionLabel->setFullText(tr("The connection test failed: %1").arg(explanation.summary()));
+        m_connectionLabel->setDetails(explanation.details());
+        m_connectionLabel->show();
+    }
     AlertRequest alert;
     alert.style = AlertStyle::Warning;
-    alert.message = tr("The connection test failed");
+    alert.message =
+        shown ? tr("The connection test failed")
+              : tr("The connection test of \u201c%1\u201d failed").arg(site.name.value_or(QString()));
     alert.informativeText = explanation.summary();
     alert.detailedText = explanation.details();
     m_interaction.beginSheet(alert, [](int) {});
@@ -543,6 +547,12 @@ void MainWindow::chooseFolderAgain() {
 
 void MainWindow::showLogFolder() {
     m_controller->showLogDirectory();
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        MainMenus::applyIcons(*this);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

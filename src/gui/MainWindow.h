@@ -5,6 +5,7 @@
 #include "deploy/DeployOutcome.h"
 #include "deploy/DeployView.h"
 #include "deploy/RunSummary.h"
+#include "model/Site.h"
 
 #include <QMainWindow>
 
@@ -95,6 +96,7 @@ public:
     AlertRequest explained(const AlertRequest& alert) const;
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
@@ -103,7 +105,9 @@ private:
     void updateFix();
     void readinessChanged();
     void runEnded(DeployOutcome outcome, const RunSummary& summary);
-    void showConnectionResult(const std::optional<QString>& error);
+    void showConnectionResult(Site& site, const std::optional<QString>& error);
+    QString currentSiteId() const;
+    void forgetMessagesOfOtherSites();
 
     WidgetInteraction m_interaction;
     std::unique_ptr<ViewController> m_controller;
@@ -122,6 +126,7 @@ private:
     QLabel* m_warningLabel = nullptr;
     QPushButton* m_deployButton = nullptr;
     bool m_deployEnabled = false;
+    QString m_messagesSiteId; // the site the lines about a run and a test speak of
 };
 
 } // namespace tw

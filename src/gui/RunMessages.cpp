@@ -1,6 +1,9 @@
 #include "RunMessages.h"
 
 #include <QCoreApplication>
+#include <QStringList>
+
+#include <algorithm>
 
 namespace tw {
 
@@ -33,6 +36,19 @@ QString RunMessages::notRecorded(const RunSummary& summary) {
                        : tr("%1 reached the server.").arg(fileCount(summary.done, summary.total));
     return sent + QLatin1Char(' ') +
            tr("The deployment record was not written: the next deployment sends these files again.");
+}
+
+QString RunMessages::takeRunNotes(QString& text) {
+    static const QStringList notes = {QStringLiteral("curl did not say which file failed")};
+    QStringList kept;
+    QStringList taken;
+    for (const QString& line : text.split(QLatin1Char('\n'))) {
+        const bool isNote = std::any_of(notes.begin(), notes.end(),
+                                        [&line](const QString& note) { return line.startsWith(note); });
+        (isNote ? taken : kept).append(line);
+    }
+    text = kept.join(QLatin1Char('\n'));
+    return taken.join(QLatin1Char('\n'));
 }
 
 QString RunMessages::afterRun(DeployOutcome outcome, const RunSummary& summary) {

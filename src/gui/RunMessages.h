@@ -17,6 +17,10 @@ public:
     static int percent(qsizetype done, qsizetype total);
     // How many files reached the server and that the record was not written.
     static QString notRecorded(const RunSummary& summary);
+    // The deployment's own notes below curl's text in a failure ("curl did
+    // not say which file failed; ..."): taken out of text and answered, so
+    // that the window shows them under its sentence, not among curl's lines.
+    static QString takeRunNotes(QString& text);
     // The line after a run; empty when the run asked nothing of the server.
     static QString afterRun(DeployOutcome outcome, const RunSummary& summary);
 };

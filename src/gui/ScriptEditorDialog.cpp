@@ -183,10 +183,10 @@ void ScriptEditorDialog::runFinishedWith(const QString& result, const std::optio
     if (!result.isEmpty())
         m_console->appendPlainText(result.endsWith(QLatin1Char('\n')) ? result.chopped(1) : result);
     if (error) {
-        m_status->setStyleSheet(QStringLiteral("color: #c01c28;"));
+        m_status->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::errorText(palette())));
         m_status->setText(error->localizedDescription);
     } else {
-        m_status->setStyleSheet(QStringLiteral("color: #26a269;"));
+        m_status->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::successText(palette())));
         m_status->setText(tr("Finished with exit status 0."));
     }
     m_runButton->setEnabled(true);

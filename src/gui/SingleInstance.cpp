@@ -2,8 +2,10 @@
 
 #include "app/AppInfo.h"
 
+#include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QStandardPaths>
 
 #include <unistd.h>
 
@@ -23,6 +25,11 @@ SingleInstance::SingleInstance(const QString& name, QObject* parent)
 SingleInstance::~SingleInstance() = default;
 
 QString SingleInstance::defaultName() {
+    const QString socket = AppInfo::identifier() + QStringLiteral(".socket");
+    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (!runtime.isEmpty())
+        return QDir(runtime).filePath(socket);
+    // No runtime folder at all: the temporary folder, under the user's id.
     return AppInfo::identifier() + QStringLiteral("-") + QString::number(getuid());
 }
 
@@ -37,15 +44,19 @@ bool SingleInstance::notifyRunning() {
     return true;
 }
 
-bool SingleInstance::listen() {
+SingleInstance::Claim SingleInstance::claim() {
     if (notifyRunning())
-        return false;
+        return Claim::AnotherAnswered;
     // Nobody answers: a socket file left by a crashed instance goes.
     QLocalServer::removeServer(m_name);
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!m_server->listen(m_name))
-        return false;
+    if (!m_server->listen(m_name)) {
+        m_error = m_server->errorString();
+        delete m_server;
+        m_server = nullptr;
+        return Claim::Unavailable;
+    }
     connect(m_server, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* socket = m_server->nextPendingConnection()) {
             connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
@@ -55,7 +66,7 @@ bool SingleInstance::listen() {
             });
         }
     });
-    return true;
+    return Claim::Listening;
 }
 
 } // namespace tw

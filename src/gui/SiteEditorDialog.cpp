@@ -4,7 +4,6 @@
 #include "PathListEditor.h"
 #include "SiteConnectionTester.h"
 #include "SiteEditorPanels.h"
-#include "ThemeColors.h"
 #include "app/Preferences.h"
 #include "app/UserInteraction.h"
 #include "git/SiteManager.h"
@@ -25,8 +24,8 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QRegularExpressionValidator>
-#include <QSet>
-#include <QStyle>
+#include <QScreen>
+#include <QScrollArea>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -37,17 +36,16 @@ namespace {
 
 enum Tab { GeneralTab, ServerTab, FilesTab };
 
-int key(SiteField field) {
-    return static_cast<int>(field);
-}
-
-QLabel* problemLabel(QWidget* parent) {
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    label->setTextFormat(Qt::PlainText);
-    label->setStyleSheet(ThemeColors::styleSheetColor(ThemeColors::errorText(parent->palette())));
-    label->hide();
-    return label;
+// A page that scrolls when it is taller than the screen allows.
+QScrollArea* scrolled(QWidget* page) {
+    auto* area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    area->setWidget(page);
+    area->viewport()->setAutoFillBackground(false);
+    page->setAutoFillBackground(false);
+    return area;
 }
 
 QString withoutFileScheme(QString path) {
@@ -65,9 +63,11 @@ SiteEditorDialog::SiteEditorDialog(SitePtr site, UserInteraction& interaction, Q
     setMinimumWidth(560);
 
     m_tabs = new QTabWidget(this);
-    m_tabs->addTab(buildGeneralTab(), tr("Repository"));
-    m_tabs->addTab(buildServerTab(), tr("Server"));
-    m_tabs->addTab(buildFilesTab(), tr("Files"));
+    m_problems.setTabs(m_tabs);
+    m_tabs->addTab(scrolled(buildGeneralTab()), tr("Repository"));
+    m_tabs->addTab(scrolled(buildServerTab()), tr("Server"));
+    m_tabs->addTab(scrolled(buildFilesTab()), tr("Files"));
+    connect(m_tabs, &QTabWidget::currentChanged, this, &SiteEditorDialog::fitToContent);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::accepted, this, &SiteEditorDialog::accept);
@@ -124,26 +124,13 @@ SiteEditorDialog::~SiteEditorDialog() {
     setEditing(false);
 }
 
-QWidget* SiteEditorDialog::withProblem(SiteField field, QWidget* fieldWidget, int tab) {
-    auto* box = new QWidget;
-    auto* layout = new QVBoxLayout(box);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(2);
-    layout->addWidget(fieldWidget);
-    QLabel* problem = problemLabel(box);
-    problem->setObjectName(QStringLiteral("problem-") + SiteForm::fieldName(field));
-    layout->addWidget(problem);
-    m_rows.insert(key(field), FieldRow{fieldWidget, problem, tab});
-    return box;
-}
-
 QWidget* SiteEditorDialog::buildGeneralTab() {
     auto* page = new QWidget;
     auto* form = new QFormLayout(page);
 
     m_name = new QLineEdit(page);
     m_name->setPlaceholderText(tr("My website"));
-    form->addRow(tr("Name:"), withProblem(SiteField::Name, m_name, GeneralTab));
+    form->addRow(tr("Name:"), m_problems.wrap(SiteField::Name, m_name, GeneralTab));
 
     m_localPath = new QLineEdit(page);
     m_localPath->setReadOnly(true);
@@ -156,20 +143,20 @@ QWidget* SiteEditorDialog::buildGeneralTab() {
     folderLayout->setContentsMargins(0, 0, 0, 0);
     folderLayout->addWidget(m_localPath, 1);
     folderLayout->addWidget(chooseFolder);
-    form->addRow(tr("Repository:"), withProblem(SiteField::LocalPath, folderRow, GeneralTab));
-    m_rows[key(SiteField::LocalPath)].field = m_localPath;
+    form->addRow(tr("Repository:"), m_problems.wrap(SiteField::LocalPath, folderRow, GeneralTab));
+    m_problems.setFocusWidget(SiteField::LocalPath, m_localPath);
 
     m_syncRoot = new QLineEdit(page);
     m_syncRoot->setPlaceholderText(tr("The whole repository"));
     m_syncRoot->setToolTip(tr("The folder of the repository whose contents go to the remote path, "
                               "for example public/"));
-    form->addRow(tr("Deploy folder:"), withProblem(SiteField::SyncRootPath, m_syncRoot, GeneralTab));
+    form->addRow(tr("Deploy folder:"), m_problems.wrap(SiteField::SyncRootPath, m_syncRoot, GeneralTab));
 
     m_deployBranch = new QComboBox(page);
     m_deployBranch->setEditable(true);
     m_deployBranch->setInsertPolicy(QComboBox::NoInsert);
     m_deployBranch->setToolTip(tr("Only this branch can be deployed to the site"));
-    form->addRow(tr("Deploy branch:"), withProblem(SiteField::DeployBranch, m_deployBranch, GeneralTab));
+    form->addRow(tr("Deploy branch:"), m_problems.wrap(SiteField::DeployBranch, m_deployBranch, GeneralTab));
 
     m_autoDeploy = new QCheckBox(tr("Deploy automatically when a new commit arrives on the branch"), page);
     form->addRow(QString(), m_autoDeploy);
@@ -183,19 +170,19 @@ QWidget* SiteEditorDialog::buildServerTab() {
     m_protocol = new QComboBox(page);
     m_protocol->addItems(SiteForm::protocols());
     connect(m_protocol, &QComboBox::currentTextChanged, this, &SiteEditorDialog::protocolChanged);
-    m_serverForm->addRow(tr("Protocol:"), withProblem(SiteField::Protocol, m_protocol, ServerTab));
+    m_serverForm->addRow(tr("Protocol:"), m_problems.wrap(SiteField::Protocol, m_protocol, ServerTab));
 
     m_host = new QLineEdit(page);
     m_host->setPlaceholderText(tr("ftp.example.org"));
-    m_serverForm->addRow(tr("Host:"), withProblem(SiteField::Host, m_host, ServerTab));
+    m_serverForm->addRow(tr("Host:"), m_problems.wrap(SiteField::Host, m_host, ServerTab));
 
     m_port = new QLineEdit(page);
     m_port->setMaxLength(5);
     m_port->setMaximumWidth(m_port->fontMetrics().horizontalAdvance(QStringLiteral("000000")) + 20);
-    m_serverForm->addRow(tr("Port:"), withProblem(SiteField::Port, m_port, ServerTab));
+    m_serverForm->addRow(tr("Port:"), m_problems.wrap(SiteField::Port, m_port, ServerTab));
 
     m_username = new QLineEdit(page);
-    m_serverForm->addRow(tr("User name:"), withProblem(SiteField::Username, m_username, ServerTab));
+    m_serverForm->addRow(tr("User name:"), m_problems.wrap(SiteField::Username, m_username, ServerTab));
 
     m_password = new QLineEdit(page);
     m_password->setEchoMode(QLineEdit::Password);
@@ -212,8 +199,8 @@ QWidget* SiteEditorDialog::buildServerTab() {
     keyLayout->setContentsMargins(0, 0, 0, 0);
     keyLayout->addWidget(m_sshKey, 1);
     keyLayout->addWidget(chooseKey);
-    m_serverForm->addRow(tr("Private key:"), withProblem(SiteField::SshKeyPath, m_sshKeyRow, ServerTab));
-    m_rows[key(SiteField::SshKeyPath)].field = m_sshKey;
+    m_serverForm->addRow(tr("Private key:"), m_problems.wrap(SiteField::SshKeyPath, m_sshKeyRow, ServerTab));
+    m_problems.setFocusWidget(SiteField::SshKeyPath, m_sshKey);
 
     m_passphrase = new QLineEdit(page);
     m_passphrase->setEchoMode(QLineEdit::Password);
@@ -226,7 +213,7 @@ QWidget* SiteEditorDialog::buildServerTab() {
     m_remotePath = new QLineEdit(page);
     m_remotePath->setPlaceholderText(tr("/var/www/"));
     m_remotePath->setToolTip(tr("The folder on the server the files go to"));
-    m_serverForm->addRow(tr("Remote path:"), withProblem(SiteField::RemotePath, m_remotePath, ServerTab));
+    m_serverForm->addRow(tr("Remote path:"), m_problems.wrap(SiteField::RemotePath, m_remotePath, ServerTab));
 
     m_testRow = new ConnectionTestRow(page);
     connect(m_testRow, &ConnectionTestRow::clicked, this, &SiteEditorDialog::testConnection);
@@ -244,7 +231,7 @@ QWidget* SiteEditorDialog::buildFilesTab() {
             title, help,
             field == SiteField::MandatoryFiles ? QStringLiteral("mandatoryFiles")
                                                : QStringLiteral("ignoredFiles"),
-            [this, field](QWidget* list) { return withProblem(field, list, FilesTab); }, page);
+            [this, field](QWidget* list) { return m_problems.wrap(field, list, FilesTab); }, page);
         connect(editor, &PathListEditor::chooseRequested, this,
                 [this, field](bool folder) { chooseListEntry(field, folder); });
         layout->addWidget(editor);
@@ -304,7 +291,7 @@ void SiteEditorDialog::setForm(const SiteForm& form) {
     reloadBranches();
     m_deployBranch->setCurrentText(form.deployBranch);
     protocolChanged();
-    clearProblems();
+    m_problems.clearAll();
 }
 
 PathListEditor* SiteEditorDialog::listFor(SiteField list) const {
@@ -315,68 +302,57 @@ QStringList SiteEditorDialog::listEntries(SiteField list) const {
     return listFor(list)->entries();
 }
 
-void SiteEditorDialog::showProblem(SiteField field, const QString& text) {
-    const auto row = m_rows.constFind(key(field));
-    if (row == m_rows.constEnd())
-        return;
-    QLabel* label = row->problem;
-    label->setText(label->text().isEmpty() ? text : label->text() + QLatin1Char('\n') + text);
-    label->setVisible(!label->text().isEmpty());
-}
-
-void SiteEditorDialog::clearProblems() {
-    for (const FieldRow& row : std::as_const(m_rows)) {
-        row.problem->clear();
-        row.problem->hide();
-    }
-    markTabs();
-}
-
-// A tab that holds a problem carries the warning sign and says so.
-void SiteEditorDialog::markTabs() {
-    QSet<int> withProblems;
-    for (const FieldRow& row : std::as_const(m_rows)) {
-        if (!row.problem->text().isEmpty())
-            withProblems.insert(row.tab);
-    }
-    const QIcon warning = style()->standardIcon(QStyle::SP_MessageBoxWarning);
-    for (int tab = 0; tab < m_tabs->count(); ++tab) {
-        const bool marked = withProblems.contains(tab);
-        m_tabs->setTabIcon(tab, marked ? warning : QIcon());
-        m_tabs->setTabToolTip(tab, marked ? tr("A setting on this page needs attention") : QString());
-    }
+QString SiteEditorDialog::problemText(SiteField field) const {
+    return m_problems.text(field);
 }
 
 bool SiteEditorDialog::isTabMarked(int tab) const {
-    return !m_tabs->tabIcon(tab).isNull();
-}
-
-QString SiteEditorDialog::problemText(SiteField field) const {
-    const auto row = m_rows.constFind(key(field));
-    return row == m_rows.constEnd() ? QString() : row->problem->text();
+    return m_problems.isTabMarked(tab);
 }
 
 QList<FieldProblem> SiteEditorDialog::validate() {
-    clearProblems();
     const QList<FieldProblem> problems = form().validate();
-    for (const FieldProblem& problem : problems)
-        showProblem(problem.field, problem.message);
-    markTabs();
-    if (!problems.isEmpty()) {
-        const auto row = m_rows.constFind(key(problems.constFirst().field));
-        if (row != m_rows.constEnd()) {
-            m_tabs->setCurrentIndex(row->tab);
-            row->field->setFocus();
-        }
-    }
+    m_problems.showAll(problems);
+    fitToContent();
     return problems;
+}
+
+// As tall as the page in front needs (its problem lines and the rows of the
+// protocol included), up to the screen's height; beyond that it scrolls.
+void SiteEditorDialog::fitToContent() {
+    auto* area = qobject_cast<QScrollArea*>(m_tabs->currentWidget());
+    if (!isVisible() || !area || !area->widget() || !screen())
+        return;
+    QWidget* page = area->widget();
+    const int width = area->viewport()->width();
+    const int needed = page->hasHeightForWidth() ? page->heightForWidth(width) : page->sizeHint().height();
+    const int missing = std::max(needed, page->minimumSizeHint().height()) - area->viewport()->height();
+    const int wanted = std::max(sizeHint().height(), height() + std::max(missing, 0));
+    if (wanted <= height())
+        return;
+    const int frame = frameGeometry().height() - height();
+    const int room = screen()->availableGeometry().height() - frame;
+    resize(this->width(), std::min(wanted, room));
 }
 
 bool SiteEditorDialog::save() {
     if (!validate().isEmpty())
         return false;
     const SiteForm filled = form();
-    filled.applyTo(*m_site);
+    // The secrets first: a password the store did not take is not saved as
+    // if it were, and the editor keeps everything typed.
+    if (const std::optional<SiteForm::Secret> notStored = filled.storeSecrets(m_site->siteId(), m_original)) {
+        AlertRequest alert;
+        alert.style = AlertStyle::Warning;
+        alert.message = *notStored == SiteForm::Secret::Password ? tr("The password was not stored")
+                                                                 : tr("The pass phrase was not stored");
+        alert.informativeText =
+            tr("The secret store (the desktop's keyring) did not answer or is locked. The "
+               "site was not saved; unlock the keyring, or start it, and save again.");
+        m_interaction.runModal(alert);
+        return false;
+    }
+    filled.applyRecordTo(*m_site);
 
     // The site is found by its id: the list may have been reordered while
     // the editor was open.
@@ -411,20 +387,41 @@ void SiteEditorDialog::accept() {
 bool SiteEditorDialog::setRepositoryFolder(const QString& path) {
     SiteForm probe;
     probe.localPath = withoutFileScheme(path);
-    const auto row = m_rows.value(key(SiteField::LocalPath));
-    row.problem->clear();
-    row.problem->hide();
+    m_problems.clear(SiteField::LocalPath);
+    QString subFolder;
     for (const FieldProblem& problem : probe.validate()) {
-        if (problem.field == SiteField::LocalPath) {
-            showProblem(SiteField::LocalPath, problem.message);
+        if (problem.field != SiteField::LocalPath)
+            continue;
+        const std::optional<QString> top = SiteForm::repositoryRootOf(probe.localPath);
+        if (!top || !useRepositoryOf(probe.localPath, *top)) {
+            m_problems.show(SiteField::LocalPath, problem.message);
             return false;
         }
+        subFolder = QDir(*top).relativeFilePath(QFileInfo(probe.localPath).canonicalFilePath());
+        probe.localPath = *top;
+        break;
     }
     m_localPath->setText(QDir::cleanPath(probe.localPath));
+    if (!subFolder.isEmpty())
+        m_syncRoot->setText(subFolder + QLatin1Char('/'));
     reloadBranches();
     if (m_name->text().trimmed().isEmpty())
         m_name->setText(QFileInfo(m_localPath->text()).fileName());
     return true;
+}
+
+// A folder inside a repository: asks whether the repository is meant, with
+// the folder as the part that is deployed.
+bool SiteEditorDialog::useRepositoryOf(const QString& folder, const QString& top) {
+    AlertRequest alert;
+    alert.style = AlertStyle::Informational;
+    alert.message = tr("Use the repository that holds this folder?");
+    alert.informativeText =
+        tr("\u2018%1\u2019 is a folder inside the git repository \u2018%2\u2019. The site can "
+           "use that repository and deploy only this folder.")
+            .arg(QDir::cleanPath(folder), top);
+    alert.buttons = {tr("Use the Repository"), tr("Cancel")};
+    return m_interaction.runModal(alert) == 0;
 }
 
 void SiteEditorDialog::chooseRepositoryFolder() {
@@ -437,19 +434,15 @@ void SiteEditorDialog::chooseKeyFile() {
     const OpenPanelRequest panel = SiteEditorPanels::privateKey();
     if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel)) {
         m_sshKey->setText(withoutFileScheme(*chosen));
-        const auto row = m_rows.value(key(SiteField::SshKeyPath));
-        row.problem->clear();
-        row.problem->hide();
+        m_problems.clear(SiteField::SshKeyPath);
     }
 }
 
 bool SiteEditorDialog::addListEntry(SiteField list, const QString& absolutePath) {
-    const auto row = m_rows.value(key(list));
-    row.problem->clear();
-    row.problem->hide();
+    m_problems.clear(list);
     const QString repository = m_localPath->text();
     if (repository.isEmpty()) {
-        showProblem(list, tr("Choose the repository folder first."));
+        m_problems.show(list, tr("Choose the repository folder first."));
         return false;
     }
     const QString relative = QDir(repository).relativeFilePath(withoutFileScheme(absolutePath));
@@ -457,7 +450,7 @@ bool SiteEditorDialog::addListEntry(SiteField list, const QString& absolutePath)
     (list == SiteField::MandatoryFiles ? probe.mandatoryFiles : probe.ignoredFiles).append(relative);
     for (const FieldProblem& problem : probe.validate()) {
         if (problem.field == list) {
-            showProblem(list, problem.message);
+            m_problems.show(list, problem.message);
             return false;
         }
     }
@@ -468,7 +461,7 @@ bool SiteEditorDialog::addListEntry(SiteField list, const QString& absolutePath)
 void SiteEditorDialog::chooseListEntry(SiteField list, bool folder) {
     const OpenPanelRequest panel = SiteEditorPanels::repositoryEntry(folder, m_localPath->text());
     if (panel.directory.isEmpty()) {
-        showProblem(list, tr("Choose the repository folder first."));
+        m_problems.show(list, tr("Choose the repository folder first."));
         return;
     }
     if (const std::optional<QString> chosen = m_interaction.runOpenPanel(panel))
@@ -500,12 +493,13 @@ void SiteEditorDialog::reloadBranches() {
 void SiteEditorDialog::protocolChanged() {
     const QString protocol = m_protocol->currentText();
     const bool sftp = protocol == u"SFTP";
-    m_serverForm->setRowVisible(m_rows.value(key(SiteField::SshKeyPath)).problem->parentWidget(), sftp);
+    m_serverForm->setRowVisible(m_problems.rowOf(SiteField::SshKeyPath), sftp);
     m_serverForm->setRowVisible(m_passphrase, sftp);
     m_serverForm->setRowVisible(m_passiveMode, protocol == u"FTP");
     m_port->setPlaceholderText(SiteForm::defaultPort(protocol));
     // A result found with another protocol says nothing about this one.
     m_testRow->clearResult();
+    fitToContent();
 }
 
 bool SiteEditorDialog::isFieldOffered(SiteField field) const {
@@ -533,10 +527,8 @@ void SiteEditorDialog::setConnectionTester(ConnectionTester tester) {
 void SiteEditorDialog::testConnection() {
     if (!m_testRow->hasTester() || m_testRow->isTesting())
         return;
-    clearProblems();
     const QList<FieldProblem> problems = form().serverProblems();
-    for (const FieldProblem& problem : problems)
-        showProblem(problem.field, problem.message);
+    m_problems.showAll(problems);
     if (!problems.isEmpty()) {
         m_testRow->showRefusal(tr("Correct the server settings first."));
         return;
@@ -552,7 +544,7 @@ QString SiteEditorDialog::connectionTestResult() const {
 }
 
 void SiteEditorDialog::siteManagerDidFailWithError(const Error& error) {
-    showProblem(SiteField::LocalPath, error.localizedDescription);
+    m_problems.show(SiteField::LocalPath, error.localizedDescription);
 }
 
 void SiteEditorDialog::fileBookmarkIsStale() {
@@ -588,6 +580,7 @@ void SiteEditorDialog::setEditing(bool editing) {
 void SiteEditorDialog::showEvent(QShowEvent* event) {
     QDialog::showEvent(event);
     setEditing(true);
+    QTimer::singleShot(0, this, &SiteEditorDialog::fitToContent);
     if (!m_bookmarkChecked)
         QTimer::singleShot(0, this, &SiteEditorDialog::checkBookmark);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ConnectionTestRow.h"
+#include "FieldProblems.h"
 #include "editor/SiteForm.h"
 #include "git/SiteManagerDelegate.h"
 #include "model/Site.h"
@@ -61,7 +62,9 @@ public:
     QString problemText(SiteField field) const;
 
     // The repository folder: refused, with the reason next to the field,
-    // when it is not a git repository. Answers whether it was taken.
+    // when it is not a git repository. A folder inside one offers the
+    // repository, with the folder as the sync root. Answers whether a
+    // folder was taken.
     bool setRepositoryFolder(const QString& path);
     void chooseRepositoryFolder();
     void chooseKeyFile();
@@ -126,19 +129,11 @@ protected:
     void hideEvent(QHideEvent* event) override;
 
 private:
-    struct FieldRow {
-        QWidget* field = nullptr;
-        QLabel* problem = nullptr;
-        int tab = 0;
-    };
-
     QWidget* buildGeneralTab();
     QWidget* buildServerTab();
     QWidget* buildFilesTab();
-    QWidget* withProblem(SiteField field, QWidget* fieldWidget, int tab);
-    void showProblem(SiteField field, const QString& text);
-    void clearProblems();
-    void markTabs();
+    bool useRepositoryOf(const QString& folder, const QString& top);
+    void fitToContent();
     void protocolChanged();
     void checkBookmark();
     void setEditing(bool editing);
@@ -147,7 +142,7 @@ private:
     SitePtr m_site;
     UserInteraction& m_interaction;
     ConnectionTester m_tester;
-    QHash<int, FieldRow> m_rows; // by SiteField
+    FieldProblems m_problems;
     bool m_bookmarkChecked = false;
 
     QTabWidget* m_tabs = nullptr;

@@ -17,7 +17,22 @@ QFont hostFont(const QFont& base) {
     return font;
 }
 
+QFont boldFont(const QFont& base) {
+    QFont font = base;
+    font.setBold(true);
+    return font;
+}
+
+QRect textArea(const QRect& row) {
+    return row.adjusted(padding + 2, padding / 2, -padding, -padding / 2);
+}
+
 } // namespace
+
+QString SiteItemDelegate::shownName(const QString& name, const QFont& font, int rowWidth) {
+    return QFontMetrics(boldFont(font))
+        .elidedText(name, Qt::ElideRight, textArea(QRect(0, 0, rowWidth, 1)).width());
+}
 
 SiteItemDelegate::SiteItemDelegate(QObject* parent)
     : QStyledItemDelegate(parent) {}
@@ -39,9 +54,8 @@ void SiteItemDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
     QColor faint = text;
     faint.setAlphaF(0.65f);
 
-    const QRect area = opt.rect.adjusted(padding + 2, padding / 2, -padding, -padding / 2);
-    QFont nameFont = opt.font;
-    nameFont.setBold(true);
+    const QRect area = textArea(opt.rect);
+    const QFont nameFont = boldFont(opt.font);
     const QFontMetrics nameMetrics(nameFont);
     const QFont smaller = hostFont(opt.font);
     const QFontMetrics hostMetrics(smaller);
@@ -52,7 +66,7 @@ void SiteItemDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
     painter->setPen(text);
     const QRect nameRect(area.left(), area.top(), area.width(), nameMetrics.height());
     painter->drawText(nameRect, Qt::AlignLeft | Qt::AlignVCenter,
-                      nameMetrics.elidedText(name, Qt::ElideRight, nameRect.width()));
+                      shownName(name, opt.font, opt.rect.width()));
     painter->setFont(smaller);
     painter->setPen(faint);
     const QRect hostRect(area.left(), nameRect.bottom() + 1, area.width(), hostMetrics.height());
@@ -64,10 +78,8 @@ void SiteItemDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opti
 
 QSize SiteItemDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
     Q_UNUSED(index);
-    QFont nameFont = option.font;
-    nameFont.setBold(true);
-    const int height =
-        QFontMetrics(nameFont).height() + QFontMetrics(hostFont(option.font)).height() + padding + 1;
+    const int height = QFontMetrics(boldFont(option.font)).height() +
+                       QFontMetrics(hostFont(option.font)).height() + padding + 1;
     return QSize(160, height);
 }
 

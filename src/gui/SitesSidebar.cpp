@@ -8,6 +8,7 @@
 
 #include <QAction>
 #include <QContextMenuEvent>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QItemSelectionModel>
 #include <QListView>
@@ -22,16 +23,20 @@ namespace {
 const QString collapsedKey = QStringLiteral("sitesCollapsed");
 const QString currentKey = QStringLiteral("currentSiteIndex");
 
-// An icon button: the theme's icon, else the application's own drawing in
-// the palette's text colour; its name for screen readers.
+// The theme's icon, else the application's own drawing in the palette's
+// colours (the sidebar's: a new palette reaches the sidebar before its
+// buttons).
+void setButtonIcon(QToolButton* button, const QString& iconName, const QPalette& palette) {
+    const QIcon themed = QIcon::fromTheme(iconName);
+    button->setIcon(themed.isNull() ? ImageResources::themedIcon(iconName, palette) : themed);
+}
+
+// An icon button, with its name for screen readers.
 QToolButton* toolButton(const QString& iconName, const QString& name, const QString& toolTip,
                         QWidget* parent) {
     auto* button = new QToolButton(parent);
-    const QIcon themed = QIcon::fromTheme(iconName);
-    button->setIcon(themed.isNull()
-                        ? ImageResources::tintedIcon(iconName, parent->palette().color(QPalette::ButtonText))
-                        : themed);
-    button->setProperty("ownIcon", themed.isNull() ? iconName : QString());
+    button->setProperty("iconName", iconName);
+    setButtonIcon(button, iconName, parent->palette());
     button->setText(name);
     button->setToolButtonStyle(Qt::ToolButtonIconOnly);
     button->setAccessibleName(name);
@@ -215,9 +220,19 @@ void SitesSidebar::toggleSitesView() {
 void SitesSidebar::applyCollapsed() {
     const bool collapsed = isCollapsed();
     setVisible(!collapsed);
-    m_toggleAction->setIcon(ImageResources::icon(collapsed ? QStringLiteral("ui-window-2")
-                                                           : QStringLiteral("ui-window-2-highlight")));
+    m_toggleAction->setIcon(ImageResources::themedIcon(
+        collapsed ? QStringLiteral("ui-window-2") : QStringLiteral("ui-window-2-highlight"), palette()));
     m_toggleAction->setText(collapsed ? tr("Show Sites") : tr("Hide Sites"));
+}
+
+// A new palette (a dark theme chosen): the own drawings take its colours.
+void SitesSidebar::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() != QEvent::PaletteChange)
+        return;
+    for (QToolButton* button : {m_addButton, m_duplicateButton, m_removeButton})
+        setButtonIcon(button, button->property("iconName").toString(), palette());
+    applyCollapsed();
 }
 
 void SitesSidebar::contextMenuEvent(QContextMenuEvent* event) {

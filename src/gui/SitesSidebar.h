@@ -54,6 +54,7 @@ signals:
     void editScriptsRequested(int row);
 
 protected:
+    void changeEvent(QEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
 
 private:

@@ -10,6 +10,9 @@ namespace tw {
 class ThemeColors {
 public:
     static bool isDark(const QPalette& palette);
+    // A dark palette of the Fusion style's kind, for looking at the window as
+    // people with a dark theme see it (screenshots, tests).
+    static QPalette darkPalette();
     static QColor errorText(const QPalette& palette);
     static QColor successText(const QPalette& palette);
     // "color: …" for a label's style sheet.

@@ -81,7 +81,7 @@ QMessageBox* makeBox(const AlertRequest& request, QWidget* parent, QList<QAbstra
     const bool mentionsLog = std::any_of(titles.begin(), titles.end(), [](const QString& title) {
         return title.contains(QStringLiteral("log"), Qt::CaseInsensitive);
     });
-    if (offerLogFolder && !alert.detailedText.isEmpty() && !mentionsLog)
+    if (offerLogFolder && WidgetInteraction::isFailure(alert) && !mentionsLog)
         *logButton = box->addButton(logFolderTitle(), QMessageBox::HelpRole);
     QTimer::singleShot(0, box, [box] { keepOnScreen(box); });
     return box;
@@ -93,6 +93,11 @@ int indexOf(const QList<QAbstractButton*>& buttons, QAbstractButton* clicked, qs
 }
 
 } // namespace
+
+bool WidgetInteraction::isFailure(const AlertRequest& alert) {
+    return !alert.detailedText.isEmpty() || alert.message.startsWith(QStringLiteral("An error occured")) ||
+           alert.message.startsWith(QStringLiteral("Could not "));
+}
 
 AlertRequest WidgetInteraction::fitted(const AlertRequest& alert) {
     AlertRequest shown = alert;

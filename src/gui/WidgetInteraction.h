@@ -13,9 +13,9 @@ namespace tw {
 // when it has none. The first button is the default one.
 //
 // A box never grows taller than the screen: a long informative text moves
-// under "Show Details", its first line staying. An alert with details also
-// offers "Open Log Folder" when a way to open it was given; that button
-// answers as Escape does, after opening the folder.
+// under "Show Details", its first line staying. A failure also offers "Open
+// Log Folder" when a way to open it was given; that button answers as Escape
+// does, after opening the folder.
 class WidgetInteraction : public UserInteraction {
 public:
     explicit WidgetInteraction(QWidget* window = nullptr)
@@ -28,6 +28,9 @@ public:
     // The alert as the box shows it: a long informative text moved under the
     // details.
     static AlertRequest fitted(const AlertRequest& alert);
+    // Whether the alert reports a failure: it carries details (curl's text,
+    // a script's output), or says "An error occured..." or "Could not ...".
+    static bool isFailure(const AlertRequest& alert);
     // The longest informative text shown as it is.
     static constexpr qsizetype maximumInformativeLength = 600;
     static constexpr qsizetype maximumInformativeLines = 8;

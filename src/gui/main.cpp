@@ -2,45 +2,21 @@
 #include "ImageResources.h"
 #include "MainWindow.h"
 #include "SingleInstance.h"
+#include "ThemeColors.h"
 #include "app/AppInfo.h"
 #include "app/Preferences.h"
+#include "app/SystemLog.h"
 #include "app/ToolPaths.h"
+#include "deploy/ViewController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QTimer>
 #include <QWindow>
 
+#include <cstdio>
+
 using namespace tw;
-
-namespace {
-
-// A dark palette of the Fusion style's kind, for looking at the window as
-// people with a dark theme see it.
-QPalette darkPalette() {
-    QPalette p;
-    const QColor window(45, 45, 48), base(30, 30, 32), text(230, 230, 230), disabled(130, 130, 130);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, base);
-    p.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
-    p.setColor(QPalette::ToolTipBase, window);
-    p.setColor(QPalette::ToolTipText, text);
-    p.setColor(QPalette::PlaceholderText, QColor(150, 150, 150));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::Button, window);
-    p.setColor(QPalette::ButtonText, text);
-    p.setColor(QPalette::BrightText, Qt::red);
-    p.setColor(QPalette::Link, QColor(110, 170, 255));
-    p.setColor(QPalette::Highlight, QColor(53, 132, 228));
-    p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Disabled, QPalette::Text, disabled);
-    p.setColor(QPalette::Disabled, QPalette::WindowText, disabled);
-    p.setColor(QPalette::Disabled, QPalette::ButtonText, disabled);
-    return p;
-}
-
-} // namespace
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
@@ -69,11 +45,25 @@ int main(int argc, char* argv[]) {
 
     // One window per person: a second start brings the first to the front.
     SingleInstance instance;
-    if (!parser.isSet(screenshot) && !instance.listen())
-        return 0;
+    if (!parser.isSet(screenshot)) {
+        switch (instance.claim()) {
+        case SingleInstance::Claim::AnotherAnswered:
+            return 0;
+        case SingleInstance::Claim::Unavailable: {
+            const QString why =
+                QStringLiteral("could not listen on %1 (%2): a later start opens another window")
+                    .arg(instance.name(), instance.errorString());
+            SystemLog::write(QStringLiteral("TARNWELL - ") + why);
+            std::fprintf(stderr, "tarnwell: %s\n", qPrintable(why));
+            break;
+        }
+        case SingleInstance::Claim::Listening:
+            break;
+        }
+    }
     if (parser.isSet(dark)) {
         QApplication::setStyle(QStringLiteral("Fusion"));
-        QApplication::setPalette(darkPalette());
+        QApplication::setPalette(ThemeColors::darkPalette());
     }
 
     Preferences& preferences = Preferences::instance();
@@ -99,7 +89,13 @@ int main(int argc, char* argv[]) {
                 return;
             poll->stop();
             QCoreApplication::processEvents();
-            const bool saved = window.grab().save(file);
+            const QPixmap picture = window.grab();
+            const bool saved = picture.save(file);
+            // What a smoke test checks beside the picture.
+            const qsizetype files = window.controller().files ? window.controller().files->size() : 0;
+            std::printf("title: %s\nfiles listed: %lld\npicture: %dx%d\n", qPrintable(window.windowTitle()),
+                        static_cast<long long>(files), picture.width(), picture.height());
+            std::fflush(stdout);
             QCoreApplication::exit(saved ? 0 : 1);
         });
         poll->start();

@@ -28,8 +28,14 @@ echo secret | "$bin/tarnwell-cli" add --name "Shop" --folder "$repo" --protocol 
 "$bin/tarnwell-cli" use 0 >/dev/null
 
 rm -f "$picture"
-QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1280x800x24" "$bin/tarnwell" --screenshot "$picture"
-# A PNG, and not an empty one.
-[ "$(head -c 8 "$picture" | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ]
-[ "$(stat -c %s "$picture")" -gt 20000 ]
+said=$(QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1280x800x24" "$bin/tarnwell" --screenshot "$picture")
+echo "$said"
+fail() { echo "smoke test: $*" >&2; exit 1; }
+# The window names the current site and lists the commit's four files
+# (index.html, news.html, css/site.css, img/logo.svg: never deployed, so all).
+grep -qx 'title: Company blog — Tarnwell' <<<"$said" || fail "the title does not name the site"
+grep -qx 'files listed: 4' <<<"$said" || fail "the window does not list the four files"
+# The picture is the window, drawn: its size, many colours, not one colour all over.
+size=$(sed -n 's/^picture: //p' <<<"$said")
+python3 "$(dirname "$0")/check-picture.py" "$picture" "${size%x*}" "${size#*x}" || fail "the picture is not a drawn window"
 echo "saved $picture"

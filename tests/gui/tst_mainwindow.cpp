@@ -17,16 +17,20 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProcess>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QSplitter>
 #include <QTableView>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
 #include <QTimer>
@@ -207,6 +211,59 @@ private slots:
         QTRY_VERIFY(window.lastDeploymentLabel()->text().startsWith(u"Last deployed: "_s));
     }
 
+    // During a real deployment the sheet counts the files one by one, its bar
+    // agrees with the count, and the count with the rows marked sent.
+    void progressMovesFileByFile() {
+        test::FtpServer ftp;
+        TW_REQUIRE_SERVER(ftp);
+        test::GitRepository repo;
+        const int total = 30;
+        for (int i = 0; i < total; ++i)
+            repo.write(u"pages/page%1.html"_s.arg(i), QByteArray(2048, 'x'));
+        repo.commitAll(u"one"_s);
+        SitePtr site = siteFor(repo.path(), u"Blog"_s);
+        site->port = QString::number(ftp.port());
+        site->username = test::FtpServer::userName();
+        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
+        SiteListActions::add(site);
+        Preferences::instance().setInteger(u"maxConnections"_s, 1);
+
+        MainWindow window;
+        window.show();
+        window.load();
+        QStringList counts;
+        QList<int> bars;
+        QStringList disagreements;
+        connect(&window.controller(), &ViewController::progressChanged, this, [&](qsizetype done, qsizetype) {
+            const ProgressViewController* sheet = window.progressSheet();
+            if (!sheet)
+                return;
+            // The same count told twice is no step.
+            if (!counts.isEmpty() && counts.constLast() == sheet->countLabel()->text())
+                return;
+            counts.append(sheet->countLabel()->text());
+            bars.append(sheet->progressBar()->value());
+            qsizetype sent = 0;
+            for (const FilePtr& file : *window.controller().files)
+                sent += file->status == u"100%" ? 1 : 0;
+            if (sent != done)
+                disagreements.append(u"%1 counted, %2 rows sent"_s.arg(done).arg(sent));
+        });
+        QSignalSpy ended(&window.controller(), &ViewController::deploymentEnded);
+        window.deployButton()->click();
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 60000);
+        QCOMPARE(int(ended.last().at(0).value<DeployOutcome>()), int(DeployOutcome::Deployed));
+
+        // From nothing sent, one file at a time, to all of them.
+        QCOMPARE(counts.size(), total + 1);
+        for (int done = 0; done <= total; ++done) {
+            QCOMPARE(counts.at(done),
+                     u"%1 of %2 files \u00b7 %3 %"_s.arg(done).arg(total).arg(done * 100 / total));
+            QCOMPARE(bars.at(done), done * 100 / total);
+        }
+        QCOMPARE(disagreements, QStringList());
+    }
+
     // A failure in curl's words becomes a sentence with curl's text under the
     // details; a long trace never makes the alert taller than the screen, and
     // the log folder is one click away.
@@ -250,6 +307,22 @@ private slots:
         QVERIFY(clickAlertButton(u"Open Log Folder"_s));
         QTRY_COMPARE(answered, 0);
 
+        // The run's own note under curl's text stays in sight, under the
+        // sentence; an alert without curl's text offers the log folder too.
+        const QString unnamed = u"curl did not say which file failed; the files not marked as sent did not "
+                                "reach the server."_s;
+        failure.informativeText = u"Failed deleting www/old.html\n"_s + unnamed;
+        shown = window.explained(failure);
+        QVERIFY2(shown.informativeText.endsWith(unnamed), qPrintable(shown.informativeText));
+        QVERIFY(!shown.informativeText.startsWith(unnamed));
+        failure.informativeText = u"The repository folder /srv/blog is gone; nothing was sent."_s;
+        answered = -1;
+        window.beginSheet(failure, [&](int button) { answered = button; });
+        QTRY_VERIFY(openAlert());
+        QVERIFY(openAlert()->detailedText().isEmpty());
+        QVERIFY(clickAlertButton(u"Open Log Folder"_s));
+        QTRY_COMPARE(answered, 0);
+
         // Any alert's long text moves under the details.
         AlertRequest other;
         other.message = u"Something"_s;
@@ -257,6 +330,64 @@ private slots:
         const AlertRequest fitted = WidgetInteraction::fitted(other);
         QCOMPARE(fitted.informativeText, u"line"_s);
         QVERIFY(fitted.detailedText.startsWith(u"line\nline"_s));
+    }
+
+    // What the window said about one site (a run, a connection test) goes
+    // when another site is chosen, and a test's answer that comes after the
+    // switch is not shown for the new site. The sentence is cut only between
+    // words, and its tool tip keeps curl's text whatever the width.
+    void messagesBelongToTheirSite() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "a");
+        repo.commitAll(u"one"_s);
+        const quint16 closed = test::ServerProcess::freePort();
+        for (const QString& name : {u"First"_s, u"Second"_s}) {
+            SitePtr site = siteFor(repo.path(), name);
+            site->port = QString::number(closed);
+            SiteListActions::add(site);
+        }
+        MainWindow window;
+        window.show();
+        window.load();
+        QListView* list = window.sidebar()->listView();
+
+        window.testConnection();
+        QTRY_VERIFY_WITH_TIMEOUT(openAlert(), 20000);
+        QVERIFY(clickAlertButton(u"OK"_s));
+        ElidedLabel* label = window.connectionLabel();
+        QVERIFY(label->isVisible());
+        QVERIFY2(label->fullText().contains(u"Nothing answers at 127.0.0.1"_s),
+                 qPrintable(label->fullText()));
+        for (const int width : {700, 560, 430, 330}) {
+            window.resize(width + 300, 560);
+            QTRY_VERIFY(label->width() > 0 && label->width() < width + 300);
+            const QString shown = label->shownText();
+            QVERIFY(!shown.isEmpty());
+            if (label->isElided()) {
+                const QString start = shown.chopped(1);
+                QVERIFY2(label->fullText().startsWith(start) && label->fullText().at(start.size()) == u' ',
+                         qPrintable(shown));
+            }
+            QVERIFY2(label->toolTip().contains(u"(7)"_s), qPrintable(label->toolTip()));
+        }
+        RunSummary summary;
+        summary.total = 4;
+        summary.done = 1;
+        emit window.controller().deploymentEnded(DeployOutcome::Failed, QString(), summary);
+        QVERIFY(window.runResultLabel()->isVisible());
+
+        list->setCurrentIndex(list->model()->index(1, 0));
+        QCOMPARE(window.controller().currentSite->name, u"Second"_s);
+        QVERIFY(!window.connectionLabel()->isVisible());
+        QVERIFY(!window.runResultLabel()->isVisible());
+
+        // A test of Second answers after First is back.
+        window.testConnection();
+        list->setCurrentIndex(list->model()->index(0, 0));
+        QTRY_VERIFY_WITH_TIMEOUT(openAlert(), 20000);
+        QCOMPARE(openAlert()->text(), u"The connection test of \u201cSecond\u201d failed"_s);
+        QVERIFY(clickAlertButton(u"OK"_s));
+        QVERIFY(!window.connectionLabel()->isVisible());
     }
 
     // Deploy waits for the branch; the placeholder names both branches and
@@ -308,6 +439,8 @@ private slots:
             QVERIFY(window.siteLabel()->shownText().endsWith(u"\u2026"_s));
             QVERIFY(window.minimumSizeHint().width() < 760);
             window.splitter()->setSizes({300, 460});
+            window.move(40, 30);
+            QTRY_COMPARE(window.pos(), QPoint(40, 30));
             QCOMPARE(window.action(u"quit"_s)->shortcut(), QKeySequence(u"Ctrl+Q"_s));
             QStringList menus;
             for (QAction* menu : window.menuBar()->actions())
@@ -323,7 +456,20 @@ private slots:
         again.show();
         again.load();
         QCOMPARE(again.size(), QSize(760, 520));
+        QCOMPARE(again.pos(), QPoint(40, 30));
         QCOMPARE(again.splitter()->sizes().first(), 300);
+
+        // The sidebar hidden stays hidden at the next start, and comes back.
+        again.sidebar()->toggleAction()->trigger();
+        QVERIFY(!again.sidebar()->isVisible());
+        again.close();
+        MainWindow third;
+        third.show();
+        third.load();
+        QVERIFY(!third.sidebar()->isVisible());
+        QCOMPARE(third.sidebar()->toggleAction()->text(), u"Show Sites"_s);
+        third.sidebar()->toggleAction()->trigger();
+        QVERIFY(third.sidebar()->isVisible());
     }
 
     // Tab visits the site list, its buttons, the filter, the file list and
@@ -368,15 +514,54 @@ private slots:
         QTRY_COMPARE(Sites().total(), 0);
     }
 
-    // A second start finds the first and asks it to come to the front.
+    // A second start finds the first and asks it to come to the front. A
+    // socket nobody answers on is taken over; one that cannot be listened on
+    // is no reason to stay away: the window opens all the same.
     void secondStartRaisesTheFirst() {
-        const QString name = u"tarnwell-test-%1"_s.arg(QCoreApplication::applicationPid());
+        QVERIFY(SingleInstance::defaultName().startsWith(qEnvironmentVariable("XDG_RUNTIME_DIR") + u"/"_s));
+        QTemporaryDir folder;
+        const QString name = folder.filePath(u"instance.socket"_s);
         SingleInstance first(name);
-        QVERIFY(first.listen());
+        QCOMPARE(first.claim(), SingleInstance::Claim::Listening);
         QSignalSpy raised(&first, &SingleInstance::activationRequested);
         SingleInstance second(name);
-        QVERIFY(!second.listen());
+        QCOMPARE(second.claim(), SingleInstance::Claim::AnotherAnswered);
         QTRY_COMPARE(raised.count(), 1);
+
+        const QString stale = folder.filePath(u"stale.socket"_s);
+        QFile file(stale);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        SingleInstance afterACrash(stale);
+        QCOMPARE(afterACrash.claim(), SingleInstance::Claim::Listening);
+
+        SingleInstance nowhere(folder.filePath(u"missing/instance.socket"_s));
+        QCOMPARE(nowhere.claim(), SingleInstance::Claim::Unavailable);
+        QVERIFY(!nowhere.errorString().isEmpty());
+    }
+
+    // The application itself: with its socket's place taken by something it
+    // cannot remove, it still opens its window instead of quitting quietly.
+    void startsWhenItCannotListen() {
+        QTemporaryDir runtime;
+        QVERIFY(
+            QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        // A folder where the socket goes: no start can remove it or listen there.
+        QVERIFY(QDir().mkpath(runtime.filePath(u"dev.tarnwell.Tarnwell.socket"_s)));
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_RUNTIME_DIR"_s, runtime.path());
+        environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0"_s);
+        QProcess app;
+        app.setProcessEnvironment(environment);
+        app.setProcessChannelMode(QProcess::MergedChannels);
+        app.start(test::TestEnvironment::binaryDirectory() + u"/bin/tarnwell"_s, QStringList());
+        QVERIFY(app.waitForStarted(10000));
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += app.readAll()).contains("could not listen"), 30000);
+        QVERIFY2(!app.waitForFinished(2000), output.constData());
+        QCOMPARE(app.state(), QProcess::Running);
+        app.kill();
+        app.waitForFinished();
     }
 };
 

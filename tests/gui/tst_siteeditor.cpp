@@ -10,9 +10,12 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -112,6 +115,29 @@ private slots:
         QVERIFY(!editor.setRepositoryFolder(m_repo.path() + u"/nothing"_s));
         QCOMPARE(editor.localPathField()->text(), m_repo.path());
         QVERIFY(editor.problemText(SiteField::LocalPath).contains(u"does not exist"_s));
+    }
+
+    // A folder inside a repository is no repository of its own: the editor
+    // offers the repository's top folder, with the chosen folder to deploy.
+    void subFolderOffersTheRepository() {
+        const QString top = QFileInfo(m_repo.path()).canonicalFilePath();
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(nullptr, interaction);
+        interaction.answers = {u"Cancel"_s};
+        QVERIFY(!editor.setRepositoryFolder(m_repo.path() + u"/public/css"_s));
+        QCOMPARE(interaction.alerts.size(), 1);
+        QVERIFY2(interaction.alerts.at(0).informativeText.contains(top),
+                 qPrintable(interaction.alerts.at(0).informativeText));
+        QVERIFY(editor.localPathField()->text().isEmpty());
+        QVERIFY(editor.problemText(SiteField::LocalPath).contains(u"is not a git repository"_s));
+
+        interaction.answers = {u"Use the Repository"_s};
+        QVERIFY(editor.setRepositoryFolder(m_repo.path() + u"/public/css"_s));
+        QCOMPARE(editor.localPathField()->text(), top);
+        QCOMPARE(editor.syncRootField()->text(), u"public/css/"_s);
+        QVERIFY(editor.problemText(SiteField::LocalPath).isEmpty());
+        QCOMPARE(editor.deployBranchField()->currentText(), u"main"_s);
+        QCOMPARE(editor.nameField()->text(), QDir(top).dirName());
     }
 
     // A new site is appended, stamped, valid, with its password in the
@@ -216,6 +242,73 @@ private slots:
         QTest::keyClick(&untouched, Qt::Key_Escape);
         QVERIFY(!untouched.isVisible());
         QCOMPARE(interaction.alerts.size(), 2);
+    }
+
+    // The editor is as tall as what it shows, every problem line and the
+    // SFTP rows included, and never taller than the screen.
+    void tallAsItsContent() {
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(nullptr, interaction);
+        editor.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&editor));
+        const int screenHeight = editor.screen()->availableGeometry().height();
+        for (const QString& protocol : {u"FTP"_s, u"SFTP"_s}) {
+            editor.protocolField()->setCurrentText(protocol);
+            editor.sshKeyField()->setText(u"/no/such/key"_s);
+            editor.portField()->setText(u"0"_s);
+            for (int tab = 0; tab < editor.tabs()->count(); ++tab) {
+                editor.validate();
+                editor.tabs()->setCurrentIndex(tab);
+                auto* area = qobject_cast<QScrollArea*>(editor.tabs()->currentWidget());
+                QVERIFY(area);
+                QWidget* page = area->widget();
+                const auto needed = [&] { return page->heightForWidth(area->viewport()->width()); };
+                const QString where = u"%1, tab %2"_s.arg(protocol).arg(tab);
+                QTRY_VERIFY2(
+                    area->viewport()->height() >= needed() || editor.frameGeometry().height() >= screenHeight,
+                    qPrintable(u"%1: %2 < %3"_s.arg(where).arg(area->viewport()->height()).arg(needed())));
+                QVERIFY2(editor.height() >= editor.sizeHint().height() ||
+                             editor.frameGeometry().height() >= screenHeight,
+                         qPrintable(u"%1: %2 < %3, frame %4 of %5"_s.arg(where)
+                                        .arg(editor.height())
+                                        .arg(editor.sizeHint().height())
+                                        .arg(editor.frameGeometry().height())
+                                        .arg(screenHeight)));
+                QVERIFY2(editor.frameGeometry().height() <= screenHeight, qPrintable(where));
+            }
+        }
+    }
+
+    // A test that was under way when the protocol changed says nothing about
+    // the new settings: its late answer is dropped, and a new test can start.
+    void lateAnswerOfAClearedTest() {
+        test::ScriptedInteraction interaction;
+        SiteEditorDialog editor(nullptr, interaction);
+        editor.show();
+        fillValid(editor);
+        QList<std::function<void(const std::optional<QString>&)>> pending;
+        editor.setConnectionTester(
+            [&pending](const SitePtr&, std::function<void(const std::optional<QString>&)> done) {
+                pending.append(std::move(done));
+            });
+        QSignalSpy finished(&editor, &SiteEditorDialog::connectionTestFinished);
+        editor.testConnection();
+        QCOMPARE(pending.size(), 1);
+        QVERIFY(!editor.testConnectionButton()->isEnabled());
+        editor.protocolField()->setCurrentText(u"FTP with TLS/SSL"_s);
+        QVERIFY(editor.connectionTestResult().isEmpty());
+        QVERIFY(editor.testConnectionButton()->isEnabled());
+
+        pending.at(0)(u"curl: (67) Access denied: 530"_s);
+        QVERIFY(editor.connectionTestResult().isEmpty());
+        QCOMPARE(finished.size(), 0);
+
+        // The test of the new settings answers as usual.
+        editor.testConnection();
+        QCOMPARE(pending.size(), 2);
+        pending.at(1)(std::nullopt);
+        QCOMPARE(editor.connectionTestResult(), u"The connection works: the server took a test file."_s);
+        QCOMPARE(finished.size(), 1);
     }
 };
 

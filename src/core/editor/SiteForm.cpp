@@ -232,7 +232,42 @@ QList<FieldProblem> SiteForm::validate() const {
     return problems;
 }
 
-void SiteForm::applyTo(Site& site) const {
+std::optional<QString> SiteForm::repositoryRootOf(const QString& folder) {
+    const QFileInfo chosen(folder);
+    if (folder.isEmpty() || !chosen.isDir())
+        return std::nullopt;
+    const TWGit::Output output =
+        TWGit().run({QStringLiteral("rev-parse"), QStringLiteral("--show-toplevel")}, folder);
+    if (!output.succeeded())
+        return std::nullopt;
+    const QString top = QString::fromUtf8(output.standardOutput).section(QLatin1Char('\n'), 0, 0);
+    if (top.isEmpty() || QFileInfo(top).canonicalFilePath() == chosen.canonicalFilePath())
+        return std::nullopt;
+    return top;
+}
+
+std::optional<SiteForm::Secret> SiteForm::storeSecrets(const QString& siteId,
+                                                       const std::optional<SiteForm>& loaded) const {
+    if ((!loaded || loaded->password != password) &&
+        !TWPasswords::setPassword(optionalText(password), siteId))
+        return Secret::Password;
+    if ((!loaded || loaded->passphrase != passphrase) &&
+        !TWPasswords::setPassphrase(optionalText(passphrase), siteId))
+        return Secret::Passphrase;
+    return std::nullopt;
+}
+
+QString SiteForm::notStoredMessage(Secret secret) {
+    return (secret == Secret::Password ? QStringLiteral("The password") : QStringLiteral("The pass phrase")) +
+           QStringLiteral(" was not stored: the secret store did not answer or is locked.");
+}
+
+bool SiteForm::applyTo(Site& site) const {
+    applyRecordTo(site);
+    return !storeSecrets(site.siteId());
+}
+
+void SiteForm::applyRecordTo(Site& site) const {
     site.name = name.trimmed();
     site.localPath = QDir::cleanPath(localPath);
     if (const auto bookmark = SecurityBookmarkManager::bookmarkFor(localPath))
@@ -257,10 +292,6 @@ void SiteForm::applyTo(Site& site) const {
     site.remotePreConnectionString = remotePreConnectionString;
     site.remotePostConnectionString = remotePostConnectionString;
     site.isValid = validate().isEmpty();
-
-    const QString id = site.siteId();
-    TWPasswords::setPassword(optionalText(password), id);
-    TWPasswords::setPassphrase(optionalText(passphrase), id);
 }
 
 } // namespace tw

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 namespace tw {
 
 enum class SiteField {
@@ -75,11 +77,28 @@ public:
     // The person changed nothing the site editor edits (the scripts aside).
     bool hasSameEdits(const SiteForm& other) const;
 
-    // Writes the form into the site: the remote path normalised to end with
-    // "/", the sync root to a relative folder ending with "/", the folder's
-    // bookmark, isValid, and the password and pass phrase into the secret
-    // store under the site's id (an empty one removes the stored one).
-    void applyTo(Site& site) const;
+    // The top folder of the git repository that holds folder, when folder is
+    // a folder below it (not the top itself): a person who picks the folder
+    // to publish is offered the repository with it as the sync root.
+    static std::optional<QString> repositoryRootOf(const QString& folder);
+
+    // Writes the form into the site, secrets aside: the remote path
+    // normalised to end with "/", the sync root to a relative folder ending
+    // with "/", the folder's bookmark and isValid.
+    void applyRecordTo(Site& site) const;
+    enum class Secret { Password, Passphrase };
+    // Writes the password and pass phrase into the secret store under the
+    // site's id (an empty one removes the stored one). Given the form as it
+    // was loaded, only a secret that differs from it is written, so a store
+    // that did not answer when the form was loaded loses nothing. Answers
+    // the secret the store did not take, or nothing.
+    std::optional<Secret> storeSecrets(const QString& siteId,
+                                       const std::optional<SiteForm>& loaded = std::nullopt) const;
+    // "The password was not stored: the secret store did not answer or is locked."
+    static QString notStoredMessage(Secret secret);
+    // Both; false when the secret store did not take a secret (the record is
+    // written all the same).
+    bool applyTo(Site& site) const;
 };
 
 } // namespace tw

@@ -3,6 +3,8 @@
 #include "editor/SiteForm.h"
 #include "keychain/TWPasswords.h"
 
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tw;
@@ -90,6 +92,32 @@ private slots:
         back.passphrase.clear();
         back.applyTo(*site);
         QVERIFY(!TWPasswords::getPassphraseForSite(site->siteId()));
+    }
+
+    // A folder below the top of a repository leads to the top; the top itself,
+    // a plain folder and a missing one lead nowhere.
+    void repositoryOfASubFolder() {
+        const QString top = QFileInfo(m_repo.path()).canonicalFilePath();
+        QCOMPARE(SiteForm::repositoryRootOf(m_repo.path() + u"/public"_s), top);
+        QCOMPARE(SiteForm::repositoryRootOf(m_repo.path()), std::nullopt);
+        QTemporaryDir plain;
+        QCOMPARE(SiteForm::repositoryRootOf(plain.path()), std::nullopt);
+        QCOMPARE(SiteForm::repositoryRootOf(plain.path() + u"/gone"_s), std::nullopt);
+    }
+
+    // Given the form as loaded, only a changed secret is written: a password
+    // the store held but could not hand out when the editor opened survives.
+    void onlyChangedSecretsAreWritten() {
+        const QString id = u"site-unchanged"_s;
+        QVERIFY(TWPasswords::setPassword(u"kept"_s, id));
+        SiteForm loaded = validForm();
+        loaded.password.clear(); // what a silent store gave the editor
+        QCOMPARE(loaded.storeSecrets(id, loaded), std::nullopt);
+        QCOMPARE(TWPasswords::getPasswordForSite(id), u"kept"_s);
+        SiteForm changed = loaded;
+        changed.password = u"new"_s;
+        QCOMPARE(changed.storeSecrets(id, loaded), std::nullopt);
+        QCOMPARE(TWPasswords::getPasswordForSite(id), u"new"_s);
     }
 };
 
