@@ -16,7 +16,8 @@ namespace tw::test {
 // seen at all (a sampling that saw no curl proves nothing).
 class ProcessSampler {
 public:
-    explicit ProcessSampler(QByteArrayList secrets) : m_secrets(std::move(secrets)) {}
+    explicit ProcessSampler(QByteArrayList secrets)
+        : m_secrets(std::move(secrets)) {}
 
     struct Run {
         CliResult result;

@@ -1,24 +1,24 @@
 #include "CliRunner.h"
-#include "ProcessSampler.h"
 #include "FtpServer.h"
 #include "GitRepository.h"
 #include "Inspection.h"
+#include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QElapsedTimer>
 #include <QTest>
 
-#include <csignal>
 #include <arpa/inet.h>
+#include <csignal>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -159,7 +159,8 @@ private slots:
                                     u"--quiet"_s};
 
         test::CliResult status =
-            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s});
+            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
+                     u"--password-env"_s, u"CI_FTP_PASSWORD"_s});
         QVERIFY2(status.exitCode == 0, status.describe().constData());
         QVERIFY2(status.out.contains(u"café.html"_s), status.describe().constData());
 
@@ -270,8 +271,9 @@ private slots:
                              {u"preDeployScriptLocal"_s, u"exec sleep 30"_s}});
         writePages(repo, 5);
         repo.commitAll(u"first"_s);
-        const QStringList deploy = {u"--no-input"_s, u"deploy"_s, u"--site-file"_s,
-                                    repo.path() + u"/tarnwell-site.json"_s, u"--key-env"_s, u"CI_KEY"_s};
+        const QStringList deploy = {u"--no-input"_s,  u"deploy"_s,
+                                    u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
+                                    u"--key-env"_s,   u"CI_KEY"_s};
         const QString temp = cli.folder() + u"/tmp"_s;
         const test::ProcessSampler sampler({});
 
@@ -290,9 +292,8 @@ private slots:
             QVERIFY(sent);
             QVERIFY2(run.result.exitCode == 130, run.result.describe().constData());
             // The key's folder is gone (a script's own folder may stay).
-            const QString left = QDir(temp)
-                                     .entryList({u"tarnwell-site-file-*"_s}, QDir::AllEntries | QDir::Hidden)
-                                     .join(u' ');
+            const QString left =
+                QDir(temp).entryList({u"tarnwell-site-file-*"_s}, QDir::AllEntries | QDir::Hidden).join(u' ');
             QVERIFY2(left.isEmpty(), qPrintable(u"left after signal %1: "_s.arg(signal) + left + u'\n' +
                                                 QString::fromUtf8(run.result.describe())));
         }
@@ -341,8 +342,8 @@ private slots:
         QVERIFY(silent.port() != 0);
         site(silent.port());
         QElapsedTimer sinceSignal;
-        const test::ProcessSampler::Run run =
-            test::ProcessSampler({}).run(cli, {u"status"_s, u"--site-file"_s, siteFile}, [&](QProcess& command) {
+        const test::ProcessSampler::Run run = test::ProcessSampler({}).run(
+            cli, {u"status"_s, u"--site-file"_s, siteFile}, [&](QProcess& command) {
                 if (sinceSignal.isValid() || test::descendantsNamed(command.processId(), "curl").isEmpty())
                     return;
                 ::kill(static_cast<pid_t>(command.processId()), SIGINT);
