@@ -31,6 +31,19 @@ int setupError(const QString& text) {
     return toInt(ExitCode::SetupError);
 }
 
+// The remote scripts' ssh gets the key too: in CI the key file a site names
+// (if any) is not there. The connection string is split at blanks, so a key
+// path with a blank cannot be added; ssh then uses what the string names.
+void useKeyForRemoteScripts(Site& site, const QString& keyFile) {
+    if (keyFile.contains(QLatin1Char(' ')))
+        return;
+    for (std::optional<QString>* connection :
+         {&site.remotePreConnectionString, &site.remotePostConnectionString}) {
+        if (*connection && !(*connection)->trimmed().isEmpty())
+            *connection = QStringLiteral("-i ") + keyFile + QLatin1Char(' ') + **connection;
+    }
+}
+
 int interrupted() {
     Terminal::instance().errLine(QStringLiteral("Interrupted: nothing was sent."));
     return toInt(ExitCode::Interrupted);
@@ -124,6 +137,7 @@ std::optional<int> SiteFileSession::prepare(const QCommandLineParser& parser, Se
             return setupError(
                 QStringLiteral("Cannot write the key to %1: %2.").arg(m_keyFile, file.errorString()));
         site->sshKeyPath = m_keyFile;
+        useKeyForRemoteScripts(*site, m_keyFile);
     }
     // The secrets are the environment's or none: the secret store is
     // neither needed nor touched for a site from a file.

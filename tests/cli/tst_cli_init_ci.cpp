@@ -176,7 +176,7 @@ private slots:
         r = runJob(cli, repo, script, variables);
         QVERIFY2(r.exitCode == 0, r.describe().constData());
         const QString www = m_ftp->homeFolder() + u"/ci"_s;
-        QCOMPARE(test::tree(www), QStringList({u".tarnwell"_s, u"about/index.html"_s, u"index.html"_s}));
+        QCOMPARE(test::tree(www).join(u" "_s), u".tarnwell about/index.html index.html"_s);
         QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(repo.head().toUtf8() + ',')));
 
         // A push that changes only the job: nothing to deploy, and the job is
