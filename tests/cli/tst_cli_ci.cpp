@@ -387,6 +387,15 @@ private slots:
         QVERIFY2(result.err.contains(u"CI_NOT_SET_ANYWHERE"_s) && result.err.contains(u"not set"_s),
                  result.describe().constData());
 
+        // No user name: the server cannot be asked for its record at all.
+        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                             {u"host"_s, test::FtpServer::host()},
+                             {u"port"_s, QString::number(m_ftp->port())},
+                             {u"remotePath"_s, u"refused/"_s}});
+        result = cli.run({u"status"_s, u"--site-file"_s, siteFile});
+        QVERIFY2(result.exitCode == 7, result.describe().constData());
+        QVERIFY2(!result.out.contains(u"never deployed"_s), result.describe().constData());
+
         result = cli.run({u"deploy"_s, u"--password-env"_s, u"HOME"_s});
         QCOMPARE(result.exitCode, 7);
         QVERIFY2(result.err.contains(u"--site-file"_s), result.describe().constData());
