@@ -44,6 +44,13 @@ void useKeyForRemoteScripts(Site& site, const QString& keyFile) {
     }
 }
 
+// Hears why the deployer could not build a transfer engine.
+class SetupFailure : public DeployerDelegate {
+public:
+    std::optional<Error> error;
+    void setupTransporterDidFailWithError(const Error& failure) override { error = failure; }
+};
+
 int interrupted() {
     Terminal::instance().errLine(QStringLiteral("Interrupted: nothing was sent."));
     return toInt(ExitCode::Interrupted);
@@ -158,10 +165,14 @@ std::optional<int> SiteFileSession::prepare(const QCommandLineParser& parser, Se
 
 std::optional<int> SiteFileSession::adoptServerRecord(Site& site) {
     Deployer deployer(std::make_shared<Site>(site));
+    SetupFailure failure;
+    deployer.setDelegate(&failure);
     deployer.setupTransporter();
     const std::shared_ptr<Transporter> transporter = deployer.getTransporter();
     if (!transporter)
-        return std::nullopt; // the command says why
+        return setupError(QStringLiteral("The server's record cannot be read: %1")
+                              .arg(failure.error ? failure.error->localizedDescription
+                                                 : QStringLiteral("the site cannot connect.")));
     if (InterruptWatcher::wasInterrupted())
         return interrupted();
     CheckSumManager record(transporter);
