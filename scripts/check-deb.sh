@@ -29,12 +29,32 @@ dpkg-deb -f "$deb" Depends >&2
 mirror=$(awk '/^URIs:/ { print $2; exit }' /etc/apt/sources.list.d/debian.sources 2>/dev/null || true)
 [ -n "$mirror" ] || mirror=http://deb.debian.org/debian
 root=$(mktemp -d "${TMPDIR:-/tmp}/tarnwell-debroot.XXXXXX")
+
+# The mount points below the root, deepest first (as /proc/self/mountinfo
+# writes them: a blank is "\040").
+mounts_below_root() {
+    awk -v root="$root" '$5 == root || index($5, root "/") == 1 { print $5 }' /proc/self/mountinfo | sort -r
+}
+
+# The root goes only when nothing is mounted below it any more: removing it
+# with the host's /dev still bound inside would delete the host's device
+# nodes. Whatever stays mounted is said, and the root is left in place.
 cleanup() {
-    umount -l "$root/proc" 2>/dev/null || true
-    umount -l "$root/dev" 2>/dev/null || true
-    rm -rf "$root"
+    local mount
+    for mount in $(mounts_below_root); do
+        umount "$mount" 2>/dev/null || umount -l "$mount" 2>/dev/null || true
+    done
+    if [ -n "$(mounts_below_root)" ]; then
+        log "still mounted below $root, so it was not removed:"
+        mounts_below_root >&2
+        log "unmount them, then remove $root"
+        return
+    fi
+    # --one-file-system: a mount that appeared after the check is never entered.
+    rm -rf --one-file-system "$root" "$root.log"
 }
 trap cleanup EXIT
+trap 'exit 130' INT TERM
 
 mkdir -p "$cache"
 log "a bare Debian 12 root in $root (from $mirror)"

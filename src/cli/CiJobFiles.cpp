@@ -6,12 +6,43 @@ namespace tw::cli {
 
 namespace {
 
+// Characters that end a line in YAML (or in an editor showing it), or that
+// a YAML file may not hold raw.
+bool breaksYaml(QChar c) {
+    const char16_t code = c.unicode();
+    return code < 0x20 || code == 0x7f || code == 0x85 || code == 0x2028 || code == 0x2029;
+}
+
 // A text as a YAML double-quoted scalar.
 QString yamlQuoted(const QString& text) {
-    QString quoted = text;
-    quoted.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
-    quoted.replace(QLatin1Char('"'), QStringLiteral("\\\""));
+    QString quoted;
+    for (const QChar c : text) {
+        if (c == u'\\' || c == u'"')
+            quoted += QLatin1Char('\\') + c;
+        else if (breaksYaml(c))
+            quoted += QStringLiteral("\\u%1").arg(static_cast<uint>(c.unicode()), 4, 16, QLatin1Char('0'));
+        else
+            quoted += c;
+    }
     return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+// A text for a YAML comment: all on its one line.
+QString commentText(const QString& text) {
+    QString line = text;
+    for (QChar& c : line) {
+        if (breaksYaml(c))
+            c = QLatin1Char(' ');
+    }
+    return line;
+}
+
+// Lines of a shell script, each indented for a YAML literal block.
+QString indented(const QStringList& lines, int blanks) {
+    QString text;
+    for (const QString& line : lines)
+        text += QString(blanks, QLatin1Char(' ')) + line + QLatin1Char('\n');
+    return text;
 }
 
 // A word for a POSIX shell, quoted when it needs it.
@@ -43,6 +74,18 @@ QString CiJobFiles::deployCommand(const Job& job) {
     if (job.passphrase)
         command += QStringLiteral(" --passphrase-env ") + passphraseVariable();
     return command;
+}
+
+QStringList CiJobFiles::deployScript(const Job& job) {
+    return {
+        QStringLiteral("status=0"),
+        deployCommand(job) + QStringLiteral(" || status=$?"),
+        QStringLiteral("# 3: nothing to deploy (a push that changed only ignored files, such as this job)."),
+        QStringLiteral(
+            "if [ \"$status\" -eq 3 ]; then echo \"Nothing to deploy: the server is up to date.\"; "
+            "status=0; fi"),
+        QStringLiteral("exit \"$status\""),
+    };
 }
 
 QStringList CiJobFiles::secrets(const Job& job) {
@@ -96,10 +139,11 @@ QString CiJobFiles::gitHubWorkflow(const Job& job) {
                "        run: |\n"
                "          git config --global --add safe.directory \"$GITHUB_WORKSPACE\"\n"
                "          git checkout -q -B \"$GITHUB_REF_NAME\" \"$GITHUB_SHA\"\n"
-               "          %5\n"
+               "%5"
                "        env:\n"
                "%6")
-        .arg(job.siteName, job.branch, yamlQuoted(job.branch), packageUrl(), deployCommand(job), secretLines);
+        .arg(commentText(job.siteName), commentText(job.branch), yamlQuoted(job.branch), packageUrl(),
+             indented(deployScript(job), 10), secretLines);
 }
 
 QString CiJobFiles::gitLabJob(const Job& job) {
@@ -122,9 +166,11 @@ QString CiJobFiles::gitLabJob(const Job& job) {
                "    - curl -fsSL -o /tmp/tarnwell.deb \"$TARNWELL_PACKAGE\"\n"
                "    - apt-get install -y -qq /tmp/tarnwell.deb >/dev/null\n"
                "  script:\n"
-               "    - git checkout -q -B \"$CI_COMMIT_BRANCH\" \"$CI_COMMIT_SHA\"\n"
-               "    - %5\n")
-        .arg(job.siteName, job.branch, yamlQuoted(job.branch), packageUrl(), deployCommand(job));
+               "    - |\n"
+               "      git checkout -q -B \"$CI_COMMIT_BRANCH\" \"$CI_COMMIT_SHA\"\n"
+               "%5")
+        .arg(commentText(job.siteName), commentText(job.branch), yamlQuoted(job.branch), packageUrl(),
+             indented(deployScript(job), 6));
 }
 
 } // namespace tw::cli

@@ -31,6 +31,9 @@ public:
 
     // The tarnwell-cli command line of the deployment.
     static QString deployCommand(const Job& job);
+    // The job's shell lines around it: "nothing to deploy" (exit code 3)
+    // is no failure of the job; every other code is passed on.
+    static QStringList deployScript(const Job& job);
     static QString gitHubWorkflow(const Job& job);
     static QString gitLabJob(const Job& job);
     // The secret variables to create, one "NAME: what" line each.

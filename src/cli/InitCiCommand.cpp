@@ -1,6 +1,7 @@
 #include "InitCiCommand.h"
 
 #include "CiJobFiles.h"
+#include "SecretStoreCheck.h"
 #include "SiteSelection.h"
 #include "Terminal.h"
 #include "model/SiteFile.h"
@@ -27,6 +28,23 @@ bool writeText(const QString& path, const QByteArray& content, QString* error) {
     return true;
 }
 
+// Whether the job passes a pass phrase for the site's key: as the options
+// say, else as the secret store knows it.
+bool keyHasPassphrase(const QCommandLineParser& parser, const QString& siteId) {
+    if (parser.isSet(QStringLiteral("passphrase")))
+        return true;
+    if (parser.isSet(QStringLiteral("no-passphrase")))
+        return false;
+    QString why;
+    if (const auto stored = SecretStoreCheck::hasPassphrase(siteId, &why))
+        return *stored;
+    Terminal::instance().errLine(
+        QStringLiteral("Note: cannot tell whether the key has a pass phrase (%1); the "
+                       "job passes none. Give --passphrase if the key has one.")
+            .arg(why));
+    return false;
+}
+
 } // namespace
 
 InitCiCommand::InitCiCommand() {
@@ -47,7 +65,13 @@ InitCiCommand::InitCiCommand() {
                QCommandLineOption(QStringLiteral("site-file"),
                                   QStringLiteral("Where the site file goes, relative to the repository."),
                                   QStringLiteral("PATH"), SiteFile::defaultName()),
-               QCommandLineOption(QStringLiteral("force"), QStringLiteral("Replace existing files."))};
+               QCommandLineOption(QStringLiteral("force"), QStringLiteral("Replace existing files.")),
+               QCommandLineOption(QStringLiteral("passphrase"),
+                                  QStringLiteral("The SFTP key has a pass phrase: the job passes it from "
+                                                 "TARNWELL_PASSPHRASE (default: when the secret store holds "
+                                                 "one for the site).")),
+               QCommandLineOption(QStringLiteral("no-passphrase"),
+                                  QStringLiteral("The SFTP key has no pass phrase: the job passes none."))};
 }
 
 int InitCiCommand::run(const QCommandLineParser& parser) {
@@ -64,6 +88,8 @@ int InitCiCommand::run(const QCommandLineParser& parser) {
     const QString relativeSiteFile = QDir::cleanPath(parser.value(QStringLiteral("site-file")));
     if (relativeSiteFile.startsWith(QStringLiteral("..")) || QDir::isAbsolutePath(relativeSiteFile))
         return usageError(QStringLiteral("--site-file names a path inside the repository."));
+    if (parser.isSet(QStringLiteral("passphrase")) && parser.isSet(QStringLiteral("no-passphrase")))
+        return usageError(QStringLiteral("--passphrase and --no-passphrase contradict each other."));
     const bool gitlab = parser.isSet(QStringLiteral("gitlab"));
     const QString relativeJob = gitlab ? CiJobFiles::gitLabPath() : CiJobFiles::gitHubPath();
     const QString siteFilePath = QDir(repository).filePath(relativeSiteFile);
@@ -83,10 +109,16 @@ int InitCiCommand::run(const QCommandLineParser& parser) {
     job.siteFile = relativeSiteFile;
     const bool sftp = site->protocol == u"SFTP";
     job.key = sftp && site->sshKeyPath && !site->sshKeyPath->isEmpty();
-    job.passphrase = job.key;
     job.password = !job.key;
+    // A pass phrase variable for a key without one would stop every run
+    // (an empty variable is an error), so it goes in only when needed.
+    if (job.key)
+        job.passphrase = keyHasPassphrase(parser, site->siteId());
 
-    const QJsonObject object = SiteFile::forRepository(*site, siteFilePath, {relativeJob});
+    // Both kinds of job are left out of deployments: a repository that got
+    // one job earlier and the other now keeps both off the server.
+    const QJsonObject object =
+        SiteFile::forRepository(*site, siteFilePath, {CiJobFiles::gitHubPath(), CiJobFiles::gitLabPath()});
     QString error;
     if (!writeText(siteFilePath, QJsonDocument(object).toJson(QJsonDocument::Indented), &error) ||
         !writeText(jobPath, (gitlab ? CiJobFiles::gitLabJob(job) : CiJobFiles::gitHubWorkflow(job)).toUtf8(),
@@ -102,9 +134,10 @@ int InitCiCommand::run(const QCommandLineParser& parser) {
                                 "Actions):"));
     for (const QString& line : CiJobFiles::secrets(job))
         terminal.outLine(QStringLiteral("  ") + line);
-    if (job.key)
-        terminal.outLine(QStringLiteral("  (leave %1 out of the job if the key has no pass phrase)")
-                             .arg(CiJobFiles::passphraseVariable()));
+    terminal.outLine(QStringLiteral("Set TARNWELL_PACKAGE at the top of %1 to where the job can download "
+                                    "Tarnwell's .deb (now %2, a placeholder): a package you build with "
+                                    "'cpack -G DEB' in a release build folder and publish.")
+                         .arg(relativeJob, CiJobFiles::packageUrl()));
     terminal.outLine(QStringLiteral("Then commit both files; every push to %1 deploys.").arg(job.branch));
     return toInt(ExitCode::Success);
 }

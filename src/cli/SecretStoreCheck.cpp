@@ -5,9 +5,11 @@
 
 namespace tw::cli {
 
-std::optional<QString> SecretStoreCheck::problem(const QString& siteId) {
-    const KeychainJobRunner::Result result =
-        KeychainJobRunner::read(TWPasswords::service(), QStringLiteral("password-") + siteId);
+namespace {
+
+// Why a read of the store failed, in words for the person; nothing when it
+// answered (found or not).
+std::optional<QString> failure(const KeychainJobRunner::Result& result) {
     QString why;
     switch (result.outcome) {
     case KeychainJobRunner::Outcome::Success:
@@ -31,6 +33,22 @@ std::optional<QString> SecretStoreCheck::problem(const QString& siteId) {
     if (!result.errorString.isEmpty())
         why += QStringLiteral(": ") + result.errorString;
     return why;
+}
+
+} // namespace
+
+std::optional<QString> SecretStoreCheck::problem(const QString& siteId) {
+    return failure(KeychainJobRunner::read(TWPasswords::service(), QStringLiteral("password-") + siteId));
+}
+
+std::optional<bool> SecretStoreCheck::hasPassphrase(const QString& siteId, QString* why) {
+    const KeychainJobRunner::Result result =
+        KeychainJobRunner::read(TWPasswords::service(), QStringLiteral("passphrase-") + siteId);
+    if (const auto problem = failure(result)) {
+        *why = *problem;
+        return std::nullopt;
+    }
+    return result.outcome == KeychainJobRunner::Outcome::Success && !result.data.isEmpty();
 }
 
 } // namespace tw::cli

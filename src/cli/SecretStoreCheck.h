@@ -15,6 +15,9 @@ public:
     // Nothing when the store answers; else why it cannot be used, in words
     // for the person. Reads one item (it need not exist) and changes nothing.
     static std::optional<QString> problem(const QString& siteId);
+    // Whether the site has a pass phrase in the store; nothing (with *why
+    // set) when the store cannot tell.
+    static std::optional<bool> hasPassphrase(const QString& siteId, QString* why);
 };
 
 } // namespace tw::cli

@@ -1,6 +1,7 @@
 #include "SiteFileSession.h"
 
 #include "ExitCode.h"
+#include "InterruptWatcher.h"
 #include "Terminal.h"
 #include "app/Preferences.h"
 #include "deploy/PreflightDecision.h"
@@ -28,6 +29,31 @@ const QString kKeyEnv = QStringLiteral("key-env");
 int setupError(const QString& text) {
     Terminal::instance().errLine(text);
     return toInt(ExitCode::SetupError);
+}
+
+// The remote scripts' ssh gets the key too: in CI the key file a site names
+// (if any) is not there. The connection string is split at blanks, so a key
+// path with a blank cannot be added; ssh then uses what the string names.
+void useKeyForRemoteScripts(Site& site, const QString& keyFile) {
+    if (keyFile.contains(QLatin1Char(' ')))
+        return;
+    for (std::optional<QString>* connection :
+         {&site.remotePreConnectionString, &site.remotePostConnectionString}) {
+        if (*connection && !(*connection)->trimmed().isEmpty())
+            *connection = QStringLiteral("-i ") + keyFile + QLatin1Char(' ') + **connection;
+    }
+}
+
+// Hears why the deployer could not build a transfer engine.
+class SetupFailure : public DeployerDelegate {
+public:
+    std::optional<Error> error;
+    void setupTransporterDidFailWithError(const Error& failure) override { error = failure; }
+};
+
+int interrupted() {
+    Terminal::instance().errLine(QStringLiteral("Interrupted: nothing was sent."));
+    return toInt(ExitCode::Interrupted);
 }
 
 } // namespace
@@ -104,26 +130,30 @@ std::optional<int> SiteFileSession::prepare(const QCommandLineParser& parser, Se
     if (!m_folder->isValid())
         return setupError(QStringLiteral("Cannot make a temporary folder: %1.").arg(m_folder->errorString()));
     if (key) {
-        // Owner-only before the first byte; ssh keys need their final newline.
+        // Created owner-only (never for a moment wider); ssh keys need their
+        // final newline.
         m_keyFile = m_folder->filePath(QStringLiteral("key"));
         QFile file(m_keyFile);
         QString text = *key;
         text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
         if (!text.endsWith(QLatin1Char('\n')))
             text += QLatin1Char('\n');
-        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) ||
-            !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) ||
+        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly,
+                       QFileDevice::ReadOwner | QFileDevice::WriteOwner) ||
             file.write(text.toUtf8()) < 0 || !file.flush())
             return setupError(
                 QStringLiteral("Cannot write the key to %1: %2.").arg(m_keyFile, file.errorString()));
         site->sshKeyPath = m_keyFile;
+        useKeyForRemoteScripts(*site, m_keyFile);
     }
     // The secrets are the environment's or none: the secret store is
     // neither needed nor touched for a site from a file.
     TWPasswords::useSessionSecrets(site->siteId(), password, passphrase);
 
-    if (use == ServerRecordUse::LastDeployedCommit)
-        adoptServerRecord(*site);
+    if (use == ServerRecordUse::LastDeployedCommit) {
+        if (const auto code = adoptServerRecord(*site))
+            return code;
+    }
 
     Preferences& preferences = Preferences::instance();
     preferences.setFileName(m_folder->filePath(QStringLiteral("tarnwell.conf")));
@@ -133,12 +163,18 @@ std::optional<int> SiteFileSession::prepare(const QCommandLineParser& parser, Se
     return std::nullopt;
 }
 
-void SiteFileSession::adoptServerRecord(Site& site) {
+std::optional<int> SiteFileSession::adoptServerRecord(Site& site) {
     Deployer deployer(std::make_shared<Site>(site));
+    SetupFailure failure;
+    deployer.setDelegate(&failure);
     deployer.setupTransporter();
     const std::shared_ptr<Transporter> transporter = deployer.getTransporter();
     if (!transporter)
-        return; // the deployment says why
+        return setupError(QStringLiteral("The server's record cannot be read: %1")
+                              .arg(failure.error ? failure.error->localizedDescription
+                                                 : QStringLiteral("the site cannot connect.")));
+    if (InterruptWatcher::wasInterrupted())
+        return interrupted();
     CheckSumManager record(transporter);
     std::optional<ServerRecord> read;
     QEventLoop loop;
@@ -150,12 +186,27 @@ void SiteFileSession::adoptServerRecord(Site& site) {
             read = commit ? ServerRecord::found(*commit, branch) : ServerRecord::missing();
         loop.quit();
     });
-    if (!read)
+    // Ctrl-C stops the read at once rather than after its time-out.
+    QObject::connect(&InterruptWatcher::instance(), &InterruptWatcher::interrupted, &loop, &QEventLoop::quit);
+    if (!read && !InterruptWatcher::wasInterrupted())
         loop.exec();
     transporter->terminateAllTasks();
-    if (!read || read->kind != ServerRecord::Kind::Found)
-        return; // none: a first deployment; a failed read fails the deployment
+    if (InterruptWatcher::wasInterrupted())
+        return interrupted();
+    if (!read)
+        return std::nullopt;
     Terminal& terminal = Terminal::instance();
+    if (read->kind == ServerRecord::Kind::Failed) {
+        // Not "never deployed": what the server holds is unknown, and a
+        // first deployment would send every file over it.
+        terminal.errLine(
+            QStringLiteral("Cannot read the server's record of the last deployment (.tarnwell in "
+                           "the remote path): %1")
+                .arg(read->error.localizedDescription));
+        return toInt(ExitCode::TransferError);
+    }
+    if (read->kind != ServerRecord::Kind::Found)
+        return std::nullopt; // none: a first deployment
     if (read->branch != site.deployBranch ||
         !SiteManager(std::make_shared<Site>(site)).commitExists(read->commit)) {
         // Asked about by the deployment, as when a site remembers a commit.
@@ -163,13 +214,14 @@ void SiteFileSession::adoptServerRecord(Site& site) {
                                         "this history of branch %3.")
                              .arg(read->commit, read->branch.value_or(QStringLiteral("(none)")),
                                   site.deployBranch.value_or(QString())));
-        return;
+        return std::nullopt;
     }
     auto commit = std::make_shared<Commit>();
     commit->sha1 = read->commit;
     site.lastCommitDeployed = commit;
     terminal.errLine(
         QStringLiteral("The server's record names commit %1: what changed since goes.").arg(read->commit));
+    return std::nullopt;
 }
 
 } // namespace tw::cli

@@ -35,14 +35,17 @@ public:
     // well; else the exit code, with the reason printed on standard error.
     // With LastDeployedCommit, the server's record is read first: a commit
     // of the site's branch that is in this repository's history becomes the
-    // site's last deployed commit, so only what changed since is listed.
+    // site's last deployed commit, so only what changed since is listed; a
+    // record that cannot be read (no such server, a refused login) ends the
+    // command with the transfer error's code, Ctrl-C with the interrupt's.
     std::optional<int> prepare(const QCommandLineParser& parser,
                                ServerRecordUse use = ServerRecordUse::Ignore);
     // --site-file was given: the one stored site is the file's, at index 0.
     bool isActive() const { return m_folder != nullptr; }
 
 private:
-    static void adoptServerRecord(Site& site);
+    // Nothing, or the exit code with its reason printed.
+    static std::optional<int> adoptServerRecord(Site& site);
 
     std::unique_ptr<QTemporaryDir> m_folder;
     QString m_keyFile;

@@ -316,6 +316,8 @@ std::optional<QString> SiteOptions::applyTo(const SiteForm& form, Site& site) {
         return QStringLiteral("The secret store did not keep the password (see the system log).");
     if (!form.passphrase.isEmpty() && TWPasswords::getPassphraseForSite(id) != form.passphrase)
         return QStringLiteral("The secret store did not keep the pass phrase (see the system log).");
+    // The secret store holds the password; the stored site list keeps none.
+    site.password.reset();
     return std::nullopt;
 }
 

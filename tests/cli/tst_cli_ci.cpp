@@ -2,12 +2,14 @@
 #include "FtpServer.h"
 #include "GitRepository.h"
 #include "Inspection.h"
+#include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
 #include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,23 +17,61 @@
 #include <QProcess>
 #include <QTest>
 
+#include <arpa/inet.h>
+#include <csignal>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace tw;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kPassword = u"Ci-Secret-Never-Shown-47"_s;
+// A password that must never pass a site file's check.
+const QString kFilePassword = u"Ci-Secret-Never-Shown-47"_s;
 
-// Command lines of every process on the machine that holds the text.
-QStringList commandLinesWith(const QByteArray& text) {
-    QStringList found;
-    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QByteArray command = test::readFile(u"/proc/"_s + pid + u"/cmdline"_s);
-        if (command.contains(text))
-            found.append(QString::fromUtf8(command.replace('\0', ' ')));
+// The modes of the key files (named "key") below the folder now.
+QList<uint> keyFileModes(const QString& folder) {
+    QList<uint> modes;
+    QDirIterator files(folder, {u"key"_s}, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        struct stat status = {};
+        if (::stat(QFile::encodeName(files.next()).constData(), &status) == 0)
+            modes.append(status.st_mode & 07777);
     }
-    return found;
+    return modes;
 }
+
+// A port of 127.0.0.1 that takes connections (the kernel completes them)
+// and never says a word: a server gone silent.
+class SilentServer {
+public:
+    SilentServer() {
+        m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            ::listen(m_socket, 16) != 0 ||
+            ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+            return;
+        m_port = ntohs(address.sin_port);
+    }
+    ~SilentServer() {
+        if (m_socket >= 0)
+            ::close(m_socket);
+    }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+    quint16 port() const { return m_port; }
+
+private:
+    int m_socket = -1;
+    quint16 m_port = 0;
+};
 
 // Files under the folder whose content holds the text.
 QStringList filesWith(const QString& folder, const QByteArray& text) {
@@ -81,22 +121,6 @@ class TestCliCi : public QObject {
         repo.write(u"café.html"_s, "café");
     }
 
-    // Runs the deployment in the background, sampling every process's
-    // command line for the password while it runs.
-    static test::CliResult deploySampling(const test::CliRunner& cli, const QStringList& arguments,
-                                          QStringList* leaks) {
-        QProcess deploy;
-        deploy.setProcessEnvironment(cli.environment());
-        deploy.start(cli.program(), arguments);
-        while (!deploy.waitForFinished(5))
-            leaks->append(commandLinesWith(kPassword.toUtf8()));
-        test::CliResult result;
-        result.exitCode = deploy.exitStatus() == QProcess::NormalExit ? deploy.exitCode() : -1;
-        result.out = QString::fromUtf8(deploy.readAllStandardOutput());
-        result.err = QString::fromUtf8(deploy.readAllStandardError());
-        return result;
-    }
-
     // Nothing of the run is left in the temporary folder (the key file
     // included).
     static bool temporaryFolderIsEmpty(const test::CliRunner& cli) {
@@ -135,17 +159,21 @@ private slots:
                                     u"--quiet"_s};
 
         test::CliResult status =
-            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s});
+            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
+                     u"--password-env"_s, u"CI_FTP_PASSWORD"_s});
         QVERIFY2(status.exitCode == 0, status.describe().constData());
         QVERIFY2(status.out.contains(u"café.html"_s), status.describe().constData());
 
-        QStringList leaks;
-        test::CliResult result = deploySampling(cli, deploy, &leaks);
-        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        const test::ProcessSampler sampler({test::FtpServer::password().toUtf8()});
+        test::ProcessSampler::Run run = sampler.run(cli, deploy);
+        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
+        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
+        QVERIFY(run.curlSamples > 0);
         QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café"));
         QCOMPARE(test::readFile(www + u"/pages/9/page299.html"_s), QByteArray("page 299"));
         QVERIFY(!QFile::exists(www + u"/tarnwell-site.json"_s));
         QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(first.toUtf8() + ',')));
+        QString output = run.result.out + run.result.err;
 
         // The next job knows nothing but the server's record: only what
         // changed goes.
@@ -153,16 +181,18 @@ private slots:
         repo.remove(u"pages/0/page0.html"_s);
         const QString second = repo.commitAll(u"second"_s);
         QVERIFY(QFile::remove(www + u"/pages/9/page299.html"_s)); // not re-sent: proves incremental
-        result = deploySampling(cli, deploy, &leaks);
-        QVERIFY2(result.exitCode == 0, result.describe().constData());
-        QVERIFY2(result.out.contains(u"1 file uploaded, 1 deleted"_s), result.describe().constData());
+        run = sampler.run(cli, deploy);
+        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
+        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
+        QVERIFY(run.curlSamples > 0);
+        QVERIFY2(run.result.out.contains(u"1 file uploaded, 1 deleted"_s), run.result.describe().constData());
         QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café 2"));
         QVERIFY(!QFile::exists(www + u"/pages/0/page0.html"_s));
         QVERIFY(!QFile::exists(www + u"/pages/9/page299.html"_s));
         QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(second.toUtf8() + ',')));
+        output += run.result.out + run.result.err + status.out + status.err;
 
-        QVERIFY2(leaks.isEmpty(), qPrintable(leaks.join(u'\n')));
-        QVERIFY(!result.out.contains(kPassword) && !result.err.contains(kPassword));
+        QVERIFY2(!output.contains(test::FtpServer::password()), qPrintable(output));
         QCOMPARE(filesWith(cli.folder(), test::FtpServer::password().toUtf8()), QStringList());
         QVERIFY(temporaryFolderIsEmpty(cli));
         // Nothing was stored for the person: no site list in the config home.
@@ -191,18 +221,137 @@ private slots:
         const QStringList deploy = {
             u"--no-input"_s, u"deploy"_s, u"--site-file"_s,      repo.path() + u"/tarnwell-site.json"_s,
             u"--key-env"_s,  u"CI_KEY"_s, u"--passphrase-env"_s, u"CI_PHRASE"_s};
-        test::CliResult result = cli.run(deploy);
-        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        // The key file is owner-only for as long as it exists.
+        QList<uint> modes;
+        const auto lookAtTheKey = [&](QProcess&) { modes += keyFileModes(cli.folder() + u"/tmp"_s); };
+        const test::ProcessSampler sampler({test::SshServer::passphrase().toUtf8()});
+        test::ProcessSampler::Run run = sampler.run(cli, deploy, lookAtTheKey);
+        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
+        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
+        QVERIFY(run.curlSamples > 0);
         QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/café.html"_s), QByteArray("café"));
+        QString output = run.result.out + run.result.err;
 
         repo.write(u"pages/1/page1.html"_s, "changed");
         const QString second = repo.commitAll(u"second"_s);
-        result = cli.run(deploy);
-        QVERIFY2(result.exitCode == 0, result.describe().constData());
+        // Unchanged since the first run: an incremental run leaves it gone.
+        QVERIFY(QFile::remove(ssh.remoteFolder() + u"/site/pages/2/page2.html"_s));
+        run = sampler.run(cli, deploy, lookAtTheKey);
+        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
+        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
+        QVERIFY(run.curlSamples > 0);
+        QVERIFY2(run.result.out.contains(u"1 file uploaded, 0 deleted"_s), run.result.describe().constData());
         QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/pages/1/page1.html"_s), QByteArray("changed"));
+        QVERIFY(!QFile::exists(ssh.remoteFolder() + u"/site/pages/2/page2.html"_s));
         QVERIFY(test::readFile(ssh.remoteFolder() + u"/site/.tarnwell"_s)
                     .startsWith(QByteArray(second.toUtf8() + ',')));
-        QVERIFY(!result.err.contains(test::SshServer::passphrase()));
+        output += run.result.out + run.result.err;
+        QVERIFY2(!output.contains(test::SshServer::passphrase()), qPrintable(output));
+        QVERIFY(!modes.isEmpty());
+        QCOMPARE(modes, QList<uint>(modes.size(), 0600));
+        QVERIFY(temporaryFolderIsEmpty(cli));
+    }
+
+    // Ctrl-C or SIGTERM take the key file with them, wherever the command
+    // is: reading the server's record, or running a script.
+    void keyFileGoesOnInterrupt() {
+        test::SshServer ssh;
+        TW_REQUIRE_SERVER(ssh);
+        test::CliRunner cli;
+        withoutDesktop(cli);
+        QProcessEnvironment environment = cli.environment();
+        environment.insert(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.keyPath())));
+        cli.setEnvironment(environment);
+        test::GitRepository repo;
+        writeSiteFile(repo, {{u"protocol"_s, u"SFTP"_s},
+                             {u"host"_s, test::SshServer::host()},
+                             {u"port"_s, QString::number(ssh.port())},
+                             {u"username"_s, test::SshServer::userName()},
+                             {u"remotePath"_s, QString(ssh.remoteFolder() + u"/site/"_s)},
+                             {u"preDeployScriptLocal"_s, u"exec sleep 30"_s}});
+        writePages(repo, 5);
+        repo.commitAll(u"first"_s);
+        const QStringList deploy = {u"--no-input"_s,  u"deploy"_s,
+                                    u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
+                                    u"--key-env"_s,   u"CI_KEY"_s};
+        const QString temp = cli.folder() + u"/tmp"_s;
+        const test::ProcessSampler sampler({});
+
+        for (const int signal : {SIGINT, SIGTERM}) {
+            bool sent = false;
+            const test::ProcessSampler::Run run = sampler.run(cli, deploy, [&](QProcess& command) {
+                if (sent || keyFileModes(temp).isEmpty())
+                    return;
+                // SIGINT as soon as the key is there (the record is read
+                // then); SIGTERM while the local script runs.
+                if (signal == SIGTERM && test::descendantsNamed(command.processId(), "sleep").isEmpty())
+                    return;
+                ::kill(static_cast<pid_t>(command.processId()), signal);
+                sent = true;
+            });
+            QVERIFY(sent);
+            QVERIFY2(run.result.exitCode == 130, run.result.describe().constData());
+            // The key's folder is gone (a script's own folder may stay).
+            const QString left =
+                QDir(temp).entryList({u"tarnwell-site-file-*"_s}, QDir::AllEntries | QDir::Hidden).join(u' ');
+            QVERIFY2(left.isEmpty(), qPrintable(u"left after signal %1: "_s.arg(signal) + left + u'\n' +
+                                                QString::fromUtf8(run.result.describe())));
+        }
+        QVERIFY(!QFile::exists(ssh.remoteFolder() + u"/site/.tarnwell"_s));
+    }
+
+    // A record that cannot be read is no first deployment: the command says
+    // why and ends with exit code 8, before anything is sent.
+    void unreadableRecordIsNoFirstDeployment() {
+        TW_REQUIRE_SERVER(*m_ftp);
+        test::CliRunner cli;
+        withoutDesktop(cli);
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"one"_s);
+        const QString siteFile = repo.path() + u"/tarnwell-site.json"_s;
+        const auto site = [&](quint16 port) {
+            writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                                 {u"host"_s, test::FtpServer::host()},
+                                 {u"port"_s, QString::number(port)},
+                                 {u"username"_s, test::FtpServer::userName()},
+                                 {u"remotePath"_s, u"unread/"_s}});
+        };
+
+        // The server is down.
+        site(test::ServerProcess::freePort());
+        for (const QString& command : {u"status"_s, u"deploy"_s}) {
+            const test::CliResult result = cli.run({u"--no-input"_s, command, u"--site-file"_s, siteFile});
+            QVERIFY2(result.exitCode == 8, result.describe().constData());
+            QVERIFY2(result.err.contains(u"record"_s) && result.err.contains(u"(7)"_s),
+                     result.describe().constData());
+            QVERIFY2(!result.out.contains(u"never deployed"_s), result.describe().constData());
+        }
+
+        // No password given: the login is refused.
+        site(m_ftp->port());
+        const test::CliResult result = cli.run({u"status"_s, u"--site-file"_s, siteFile});
+        QVERIFY2(result.exitCode == 8, result.describe().constData());
+        QVERIFY2(result.err.contains(u"(67)"_s), result.describe().constData());
+        QVERIFY2(!result.out.contains(u"never deployed"_s), result.describe().constData());
+        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/unread"_s));
+
+        // A server that accepts and never says a word: Ctrl-C ends the read
+        // at once, without waiting for its time-out.
+        const SilentServer silent;
+        QVERIFY(silent.port() != 0);
+        site(silent.port());
+        QElapsedTimer sinceSignal;
+        const test::ProcessSampler::Run run = test::ProcessSampler({}).run(
+            cli, {u"status"_s, u"--site-file"_s, siteFile}, [&](QProcess& command) {
+                if (sinceSignal.isValid() || test::descendantsNamed(command.processId(), "curl").isEmpty())
+                    return;
+                ::kill(static_cast<pid_t>(command.processId()), SIGINT);
+                sinceSignal.start();
+            });
+        QVERIFY(sinceSignal.isValid());
+        QVERIFY2(run.result.exitCode == 130, run.result.describe().constData());
+        QVERIFY2(sinceSignal.elapsed() < 4000, qPrintable(QString::number(sinceSignal.elapsed())));
         QVERIFY(temporaryFolderIsEmpty(cli));
     }
 
@@ -216,7 +365,7 @@ private slots:
                              {u"host"_s, test::FtpServer::host()},
                              {u"port"_s, QString::number(m_ftp->port())},
                              {u"username"_s, test::FtpServer::userName()},
-                             {u"password"_s, kPassword},
+                             {u"password"_s, kFilePassword},
                              {u"remotePath"_s, u"refused/"_s}});
         repo.write(u"index.html"_s, "x");
         repo.commitAll(u"one"_s);
@@ -225,7 +374,7 @@ private slots:
         test::CliResult result = cli.run({u"deploy"_s, u"--site-file"_s, siteFile});
         QCOMPARE(result.exitCode, 7);
         QVERIFY2(result.err.contains(u"holds a password"_s), result.describe().constData());
-        QVERIFY(!result.err.contains(kPassword));
+        QVERIFY(!result.err.contains(kFilePassword));
 
         writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
                              {u"host"_s, test::FtpServer::host()},
@@ -237,6 +386,15 @@ private slots:
         QCOMPARE(result.exitCode, 7);
         QVERIFY2(result.err.contains(u"CI_NOT_SET_ANYWHERE"_s) && result.err.contains(u"not set"_s),
                  result.describe().constData());
+
+        // No user name: the server cannot be asked for its record at all.
+        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
+                             {u"host"_s, test::FtpServer::host()},
+                             {u"port"_s, QString::number(m_ftp->port())},
+                             {u"remotePath"_s, u"refused/"_s}});
+        result = cli.run({u"status"_s, u"--site-file"_s, siteFile});
+        QVERIFY2(result.exitCode == 7, result.describe().constData());
+        QVERIFY2(!result.out.contains(u"never deployed"_s), result.describe().constData());
 
         result = cli.run({u"deploy"_s, u"--password-env"_s, u"HOME"_s});
         QCOMPARE(result.exitCode, 7);

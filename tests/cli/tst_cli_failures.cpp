@@ -2,11 +2,17 @@
 #include "FtpServer.h"
 #include "GitRepository.h"
 #include "Inspection.h"
+#include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "TestEnvironment.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTest>
 
@@ -99,7 +105,57 @@ private slots:
         QVERIFY(m_ftp->makeUnwritable(u"rc/locked"_s));
         const test::CliResult result = cli.run({u"deploy"_s, u"--quiet"_s});
         QVERIFY2(result.exitCode == 8, result.describe().constData());
+        // curl's own words about the refused upload: a "silent" that applied
+        // would have hidden them.
+        QVERIFY2(result.err.contains(u"(25)"_s) && result.err.contains(u"553"_s),
+                 result.describe().constData());
         QVERIFY(!QFile::exists(www(u"rc"_s) + u"/.tarnwell"_s));
+    }
+
+    // The server goes away after the last upload and before the record is
+    // written (the local post-deploy script runs in between and stops it):
+    // no success, the files are said to be sent and the record not written,
+    // and the site keeps its last deployed commit.
+    void serverGoneBeforeTheRecord() {
+        test::FtpServer ftp;
+        TW_REQUIRE_SERVER(ftp);
+        // The server's process (it writes its pid beside the user's home).
+        const QString server =
+            QString::fromUtf8(test::readFile(QFileInfo(ftp.homeFolder()).path() + u"/pure-ftpd.pid"_s))
+                .trimmed();
+        QVERIFY2(test::descendantsNamed(QCoreApplication::applicationPid(), "pure-ftpd")
+                     .contains(server.toLongLong()),
+                 qPrintable(server));
+
+        test::CliRunner cli;
+        test::GitRepository repo;
+        for (int i = 0; i < 40; ++i)
+            repo.write(u"pages/page%1.html"_s.arg(i), "page");
+        repo.commitAll(u"one"_s);
+        // Stopped for good: the script waits until the process has ended
+        // (its sockets closed), not merely signalled.
+        const QString stop =
+            u"kill -KILL %1\n"
+            u"while [ -e /proc/%1 ] && ! grep -q '^State:[[:space:]]*Z' /proc/%1/status; do sleep 0.05; done\n"_s
+                .arg(server);
+        const test::CliResult added =
+            cli.run({u"add"_s, u"--name"_s, u"Site"_s, u"--folder"_s, repo.path(), u"--host"_s,
+                     test::FtpServer::host(), u"--port"_s, QString::number(ftp.port()), u"--user"_s,
+                     test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s, u"--password-stdin"_s,
+                     u"--post-deploy-local"_s, stop},
+                    test::FtpServer::password().toUtf8() + '\n');
+        QVERIFY2(added.exitCode == 0, added.describe().constData());
+
+        const test::CliResult result = cli.run({u"deploy"_s, u"--quiet"_s});
+        QVERIFY2(result.exitCode == 8, result.describe().constData());
+        QVERIFY2(result.err.contains(u"files were sent"_s) && result.err.contains(u"could not be written"_s),
+                 result.describe().constData());
+        QVERIFY2(!result.out.contains(u"Deployed"_s), result.describe().constData());
+        QCOMPARE(test::readFile(ftp.homeFolder() + u"/www/pages/page39.html"_s), QByteArray("page"));
+        QVERIFY(!QFile::exists(ftp.homeFolder() + u"/www/.tarnwell"_s));
+        const QJsonArray sites = cli.json({u"sites"_s, u"--json"_s}).array();
+        QCOMPARE(sites.size(), 1);
+        QVERIFY2(sites.at(0)[u"lastDeployedCommit"_s].isNull(), QJsonDocument(sites).toJson().constData());
     }
 
     // A curl killed in the middle of a batch (no error line, a signal):
