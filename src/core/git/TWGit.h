@@ -49,8 +49,10 @@ public:
         bool succeeded() const { return ran && exitCode == 0; }
     };
     // Runs git with the fixed options and the arguments in the folder, the
-    // input on its standard input. Writes the command to the system log.
-    Output run(const QStringList& arguments, const QString& folder, const QByteArray& input = {}) const;
+    // input on its standard input, in environment() with the given variables
+    // added. Writes the command to the system log.
+    Output run(const QStringList& arguments, const QString& folder, const QByteArray& input = {},
+               const QProcessEnvironment& extraVariables = {}) const;
 
     static bool isGitDirectory(const QString& folder);
     // Every local branch and the one checked out; nothing without a checked
