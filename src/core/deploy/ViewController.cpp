@@ -60,11 +60,11 @@ void ViewController::pinSite(const QString& siteId) {
 // Loading and listing
 
 void ViewController::viewDidLoad() {
-    emptyTableViewContoller = &m_view.emptyTableView();
-    emptyTableViewContoller->hideAll();
+    emptyTableView = &m_view.emptyTableView();
+    emptyTableView->hideAll();
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
-        emptyTableViewContoller->noSitesDefined();
+        emptyTableView->noSitesDefined();
     if (const auto problem = Sites::takeLoadProblem()) {
         AlertRequest alert;
         alert.message = QStringLiteral("Some sites could not be read");
@@ -108,9 +108,9 @@ void ViewController::reloadSiteAndFiles() {
     currentSite = loadCurrentSite();
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
-        emptyTableViewContoller->noSitesDefined();
+        emptyTableView->noSitesDefined();
     else
-        emptyTableViewContoller->hideAll();
+        emptyTableView->hideAll();
     m_view.siteDidChange();
     setupFileList();
 }
@@ -150,26 +150,28 @@ void ViewController::setupFileList() {
     SiteManager manager(currentSite);
     manager.delegate = this;
     if (!manager.localPathExists()) {
-        emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("No valid git repository"));
+        emptyTableView->notValidGitRepoWith(QStringLiteral("No valid git repository"));
         files.reset();
         finish();
         return;
     }
 
     const auto folder = manager.resolveBookmark();
-    const auto commits = manager.getCommits();
+    // HEAD is resolved once: the commit listed, its files and the content
+    // exported all come from this id, even when a commit lands meanwhile.
+    m_listedCommitId = manager.headCommit().value_or(QString());
+    const auto commits = m_listedCommitId.isEmpty() ? std::nullopt : manager.getCommits(m_listedCommitId);
     m_listedCommits = commits.value_or(CommitList());
     currentSite->commits = commits ? std::make_shared<CommitList>(*commits) : nullptr;
     if (!m_listedCommits.isEmpty())
         m_listedCommit = std::make_shared<Commit>(*m_listedCommits.first());
-    m_listedCommitId = manager.headCommit().value_or(QString());
     if (folder && fileWatcherQueue)
         fileWatcherQueue->addPath(*folder + QStringLiteral("/.git/logs/HEAD"));
 
     if (checkCheckedOutBranch()) {
         files = listChangedFiles(manager).value_or(FileList());
         addWaitingAndMandatoryRows(*files);
-        emptyTableViewContoller->hasFilesToDeployWithStatus(!files->isEmpty());
+        emptyTableView->hasFilesToDeployWithStatus(!files->isEmpty());
     }
     if (folder)
         manager.stopAccessingSecurityScopedResource(*folder);
@@ -180,16 +182,18 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
     // A site whose last deployed commit has an id lists what changed since;
     // one that was never deployed lists every committed file. An imported
     // site carries an empty commit: it was never deployed here.
+    if (m_listedCommitId.isEmpty())
+        return std::nullopt; // no commit (yet): nothing to list
     const CommitPtr& last = currentSite->lastCommitDeployed;
     if (last && last->sha1 && !last->sha1->isEmpty()) {
         if (manager.commitExists(*last->sha1))
-            return manager.loadFilesFromCommit(*last->sha1);
+            return manager.loadFilesFromCommit(*last->sha1, m_listedCommitId);
         // Gone after a rebase or a forced push: nothing can be compared with
         // it, so every file is listed for a full deployment (and the window
         // and the command line say why).
         m_lastDeployedMissing = true;
     }
-    return manager.getAllFiles();
+    return manager.getAllFiles(m_listedCommitId);
 }
 
 QStringList ViewController::listingNotes() const {
@@ -234,8 +238,8 @@ bool ViewController::checkCheckedOutBranch() {
     SiteManager manager(currentSite);
     if (!manager.isGitDirectory()) {
         m_listing = ListingState::NotARepository;
-        emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
-                                                         .arg(currentSite->localPath.value_or(QString())));
+        emptyTableView->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
+                                                .arg(currentSite->localPath.value_or(QString())));
         files.reset();
         return false;
     }
@@ -250,8 +254,7 @@ bool ViewController::checkCheckedOutBranch() {
         // Formatted, and deliberately shown nowhere.
         [[maybe_unused]] const QString hint = QStringLiteral("To deploy check out branch '%1'.").arg(branch);
         later([this, branch] {
-            emptyTableViewContoller->wrongBranchIsSelectedWith(QStringLiteral("A non-deployment branch"),
-                                                               branch);
+            emptyTableView->wrongBranchIsSelectedWith(QStringLiteral("A non-deployment branch"), branch);
         });
     }
     return false;
@@ -473,8 +476,8 @@ void ViewController::siteManagerDidFailWithError(const Error& error) {
 }
 
 void ViewController::noSitesDefinedNotification() {
-    if (emptyTableViewContoller)
-        emptyTableViewContoller->noSitesDefined();
+    if (emptyTableView)
+        emptyTableView->noSitesDefined();
 }
 
 void ViewController::fileBookmarkIsStale() {

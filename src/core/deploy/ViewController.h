@@ -49,7 +49,7 @@ public:
     // State (read by the views; changed only here).
     SitePtr currentSite;
     std::optional<FileList> files; // absent when nothing can be listed
-    EmptyTableView* emptyTableViewContoller = nullptr;
+    EmptyTableView* emptyTableView = nullptr;
     std::unique_ptr<tw::VDKQueue> fileWatcherQueue;
     bool appInForeground = false;
 
@@ -68,6 +68,9 @@ public:
     void switchBranchBtn();
     // The commit the listed files lead to (HEAD when they were listed).
     CommitPtr listedCommit() const { return m_listedCommit; }
+    // Its full id, resolved once per listing: the log line, the file list
+    // and the exported content all come from it.
+    QString listedCommitId() const { return m_listedCommitId; }
     // The site's last deployed commit is no longer in the repository (after
     // a rebase or a forced push): every file is listed, for a full deployment.
     bool lastDeployedCommitMissing() const { return m_lastDeployedMissing; }

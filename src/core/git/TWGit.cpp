@@ -250,8 +250,14 @@ bool TWGit::isRepoDirtyAtPath(const QString& folder) const {
 // are listed too, since their committed content is what a deployment sends.
 // Submodules are no files of this repository and are left out.
 std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder) const {
+    return getAllFileAtPath(folder, QStringLiteral("HEAD"));
+}
+
+std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder, const QString& commit) const {
+    if (commit != u"HEAD" && refuseCommitIds({commit}))
+        return std::nullopt;
     const Output output = run({QStringLiteral("ls-tree"), QStringLiteral("-r"), QStringLiteral("-z"),
-                               QStringLiteral("--full-tree"), QStringLiteral("HEAD")},
+                               QStringLiteral("--full-tree"), commit},
                               folder);
     if (!output.succeeded())
         return std::nullopt;
@@ -272,9 +278,16 @@ std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder) const 
 }
 
 std::optional<CommitList> TWGit::getCommitsAtPath(const QString& folder) const {
-    const Output output = run({QStringLiteral("log"), QStringLiteral("-z"), QStringLiteral("--no-color"),
-                               QStringLiteral("--pretty=format:%h%x09%an%x09%ar%x09%s")},
-                              folder);
+    return getCommitsAtPath(folder, QStringLiteral("HEAD"));
+}
+
+std::optional<CommitList> TWGit::getCommitsAtPath(const QString& folder, const QString& tip) const {
+    if (tip != u"HEAD" && refuseCommitIds({tip}))
+        return std::nullopt;
+    const Output output =
+        run({QStringLiteral("log"), QStringLiteral("-z"), QStringLiteral("--no-color"),
+             QStringLiteral("--pretty=format:%h%x09%an%x09%ar%x09%s"), tip, QStringLiteral("--")},
+            folder);
     if (!output.succeeded() || output.standardOutput.isEmpty())
         return std::nullopt;
     CommitList commits;

@@ -69,10 +69,13 @@ public:
     static bool isUpdatingRefs(const QString& folder, const QString& branch);
     bool isRepoDirtyAtPath(const QString& folder) const;
     QStringList uncommittedPaths(const QString& folder) const;
-    // Every file of the commit checked out (HEAD), as committed.
+    // Every file of the commit checked out (HEAD), or of the given commit,
+    // as committed.
     std::optional<QStringList> getAllFileAtPath(const QString& folder) const;
-    // Newest first.
+    std::optional<QStringList> getAllFileAtPath(const QString& folder, const QString& commit) const;
+    // Newest first: the history of HEAD, or of the given commit.
     std::optional<CommitList> getCommitsAtPath(const QString& folder) const;
+    std::optional<CommitList> getCommitsAtPath(const QString& folder, const QString& tip) const;
     // "letter<TAB>path" entries of the files that differ between two commits
     // (the second defaults to HEAD), paths as they are.
     std::optional<QStringList> loadFilesAtPath(const QString& folder, const QString& fromCommit,
