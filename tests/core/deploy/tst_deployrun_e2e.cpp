@@ -6,6 +6,7 @@
 #include "ScriptedDeployView.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
+#include "deploy/DeployRun.h"
 #include "deploy/ViewController.h"
 #include "model/Sites.h"
 
@@ -306,6 +307,35 @@ private slots:
         QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
         QCOMPARE(test::readFile(www() + u"/b.txt"_s), QByteArray("b2"));
         QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 0);
+    }
+
+    // Listed files whose commit has no resolved id are never sent from the
+    // working folder under that commit's record: the run fails, nothing is
+    // sent.
+    void listedFilesWithoutACommitIdFailTheRun() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "committed");
+        const QString head = repo.commitAll(u"first"_s);
+        repo.write(u"index.html"_s, "edited, not committed");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        test::storeSites({site});
+
+        DeployRun::Plan plan;
+        plan.site = site->copy();
+        const FilePtr row = File::initWithPath(u"index.html"_s);
+        row->gitStatus = u"A"_s;
+        plan.rows = {row};
+        plan.commit = std::make_shared<Commit>();
+        plan.commit->sha1 = head;
+        test::ScriptedDeployView view;
+        DeployRun run(view, plan);
+        QSignalSpy ended(&run, &DeployRun::ended);
+        run.start();
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 30000);
+        QCOMPARE(int(ended.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Failed));
+        const QString message = ended.first().at(1).toString();
+        QVERIFY2(message.contains(head) && message.contains(u"Nothing was sent"_s), qPrintable(message));
+        QCOMPARE(test::tree(www()), QStringList());
     }
 
     // A repository folder that is gone by the time the files are queued
