@@ -251,7 +251,10 @@ bool DeployRun::prepareFiles() {
         alertError(Error::application(200, *problem));
         return false;
     }
-    m_totalFiles = static_cast<quint64>(m_plan.rows.size());
+    // The counts shown are the transfers really made, so "remaining" ends at
+    // 0; the statistics keep adding the run's row count (see didComplete).
+    m_rowCount = static_cast<quint64>(m_plan.rows.size());
+    m_totalFiles = static_cast<quint64>(m_queue->transfers());
     m_remainingFiles = m_totalFiles;
     m_summary.uploads = m_queue->uploads();
     m_summary.deletions = m_queue->deletions();
@@ -323,7 +326,7 @@ void DeployRun::didComplete(const TransporterFilePtr& file) {
         --m_remainingFiles;
         // The whole run's row count for every file, deliberately: the stored
         // figure has always been counted so.
-        Statistics().addUploadedFiles(static_cast<qint64>(m_totalFiles));
+        Statistics().addUploadedFiles(static_cast<qint64>(m_rowCount));
         NotificationHub::instance().postRemainingStatus(m_remainingFiles, m_totalFiles);
     }
 }

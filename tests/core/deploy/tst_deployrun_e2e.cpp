@@ -7,11 +7,13 @@
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 #include "deploy/DeployRun.h"
+#include "deploy/NotificationHub.h"
 #include "deploy/ViewController.h"
 #include "model/Sites.h"
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
@@ -336,6 +338,51 @@ private slots:
         const QString message = ended.first().at(1).toString();
         QVERIFY2(message.contains(head) && message.contains(u"Nothing was sent"_s), qPrintable(message));
         QCOMPARE(test::tree(www()), QStringList());
+    }
+
+    // The counts the progress display and the command line receive are the
+    // transfers really made: waiting rows, an always-uploaded folder's own
+    // row and a file listed twice are none, and "remaining" ends at 0.
+    void countsEndWithNothingRemaining() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "a");
+        repo.write(u"b.txt"_s, "b");
+        repo.write(u"c.txt"_s, "c");
+        repo.commitAll(u"one"_s);
+        repo.write(u"dist/x.js"_s, "x"); // built, not committed
+        repo.write(u"dist/y.js"_s, "y");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->mandatoryFiles = std::make_shared<FileList>(
+            FileList{File::initWithPath(u"dist"_s), File::initWithPath(u"a.txt"_s)});
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        qsizetype b = -1;
+        for (qsizetype i = 0; i < controller.files->size(); ++i) {
+            if (controller.files->at(i)->pathWithFilename == u"b.txt"_s)
+                b = i;
+        }
+        controller.updateCheckboxes(false, {b});
+
+        QList<QPair<QString, QString>> counts; // remaining, total
+        const auto connection = connect(&NotificationHub::instance(), &NotificationHub::remainingStatus, this,
+                                        [&](const QVariantMap& userInfo) {
+                                            counts.append({userInfo.value(u"remaining"_s).toString(),
+                                                           userInfo.value(u"total"_s).toString()});
+                                        });
+        auto disconnect = qScopeGuard([&] { QObject::disconnect(connection); });
+        QSignalSpy progress(&controller, &ViewController::progressChanged);
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()),
+                 (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s, u"dist/x.js"_s, u"dist/y.js"_s}));
+        QCOMPARE(counts.size(), 4);
+        QCOMPARE(counts.last(), (QPair<QString, QString>(u"0"_s, u"4"_s)));
+        QVERIFY(!progress.isEmpty());
+        QCOMPARE(progress.last().at(0).toLongLong(), 4);
+        QCOMPARE(progress.last().at(1).toLongLong(), 4);
+        QCOMPARE(controller.lastRunSummary().total, 4);
     }
 
     // A repository folder that is gone by the time the files are queued
