@@ -456,9 +456,16 @@ void DeployRun::recordWritten(const std::optional<Error>& error) {
             waiting.append(row->pathWithFilename.value_or(QString()));
     }
     m_summary.waitingFiles = waiting;
-    if (!Sites::saveDeployment(m_plan.site->siteId(), m_plan.commit))
-        Logger::sharedInstance().log(QStringLiteral("The deployed site is no longer in the stored list"));
-    UploadingFlag::set(false);
+    UploadingFlag::set(false); // the server holds the whole deployment and its record
+    if (!Sites::saveDeployment(m_plan.site->siteId(), m_plan.commit)) {
+        alertError(Error::application(
+                       200, QStringLiteral("The files were sent and the server's record names commit %1, but "
+                                           "the site could not be saved: it is no longer in the list of "
+                                           "sites. Its last deployed commit was not stored.")
+                                .arg(commit)),
+                   DeployOutcome::RecordNotWritten);
+        return;
+    }
     NotificationHub::instance().postUploadComplete();
     finish(DeployOutcome::Deployed, QStringLiteral("All files deployed"));
 }

@@ -115,9 +115,13 @@ void ViewController::reloadSiteAndFiles() {
     setupFileList();
 }
 
-SitePtr ViewController::loadCurrentSite() const {
-    if (!m_pinnedSiteId)
-        return SiteManager(currentSite).loadCurrentSite();
+SitePtr ViewController::loadCurrentSite() {
+    if (!m_pinnedSiteId) {
+        SitePtr site = SiteManager(currentSite).loadCurrentSite();
+        if (site && !site->hasSiteId())
+            return storeMadeUpIds();
+        return site;
+    }
     const auto sites = Sites().loadAll();
     if (!sites)
         return nullptr;
@@ -126,6 +130,22 @@ SitePtr ViewController::loadCurrentSite() const {
             return site;
     }
     return nullptr;
+}
+
+// A site stored by an older release may have no id; one made up on every
+// load would find nothing to save the deployed commit to. Every site without
+// one gets one, stored at once.
+SitePtr ViewController::storeMadeUpIds() {
+    auto sites = Sites().loadAll();
+    if (!sites)
+        return nullptr;
+    for (const SitePtr& site : std::as_const(*sites)) {
+        if (site && !site->hasSiteId())
+            site->generateSiteId();
+    }
+    Logger::sharedInstance().log(QStringLiteral("Sites without an id were given one"));
+    Sites().storeWithSites(*sites);
+    return SiteManager(currentSite).loadCurrentSite();
 }
 
 void ViewController::setupFileList() {

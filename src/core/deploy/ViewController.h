@@ -60,7 +60,8 @@ public:
     // Loading and listing.
     void viewDidLoad();
     void setupFileList();
-    SitePtr loadCurrentSite() const;
+    // Gives every stored site without an id one first (see storeMadeUpIds).
+    SitePtr loadCurrentSite();
     bool checkCheckedOutBranch();
     // The branch checked out in the site's repository, or nothing (also for
     // a detached HEAD).
@@ -143,6 +144,7 @@ private:
     void end(DeployOutcome outcome, const QString& message);
     void updateReadiness();
     void reloadSiteAndFiles();
+    SitePtr storeMadeUpIds();
     void preferenceChanged(const QString& key);
     std::optional<FileList> listChangedFiles(const SiteManager& manager);
     void addWaitingAndMandatoryRows(FileList& list);

@@ -9,8 +9,11 @@
 #include "deploy/DeployRun.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/ViewController.h"
+#include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
+#include <QCborArray>
+#include <QCborMap>
 #include <QDir>
 #include <QFile>
 #include <QScopeGuard>
@@ -128,6 +131,54 @@ private slots:
         QCOMPARE(stored.at(1)->name, u"Other"_s);
         QVERIFY(!stored.at(1)->lastCommitDeployed);
         QCOMPARE(Preferences::instance().integerValue(u"currentSiteIndex"_s), 1);
+    }
+
+    // A stored site without an id (as older releases stored it) gets one,
+    // stored, when it is loaded: the run saves its deployed commit to it.
+    void siteWithoutAnIdIsSavedAfterItsDeployment() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"first"_s);
+        QCborMap archived = test::ftpSite(repo, *m_ftp)->encode();
+        archived.remove(u"siteId"_s);
+        Preferences::instance().setValue(u"sites"_s, QCborValue(QCborArray{archived}).toCbor());
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        QVERIFY(!Sites().loadAll()->first()->hasSiteId());
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        TWPasswords::setPassword(test::FtpServer::password(), controller.currentSite->siteId());
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        const SiteList stored = *Sites().loadAll();
+        QCOMPARE(stored.size(), 1);
+        QVERIFY(stored.first()->hasSiteId());
+        QCOMPARE(stored.first()->siteId(), controller.currentSite->siteId());
+        QVERIFY(stored.first()->lastCommitDeployed);
+        QCOMPARE(stored.first()->lastCommitDeployed->sha1, commit);
+    }
+
+    // A site that cannot be saved after its deployment (it was deleted
+    // meanwhile) is no success: the files and the record are on the server,
+    // and the message says the site could not be saved.
+    void siteThatCannotBeSavedIsNoSuccess() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        Sites().storeWithSites({}); // deleted while it deploys
+        const Attempt attempt = waitForEnd(ended);
+        QVERIFY(attempt.outcome != DeployOutcome::Deployed);
+        QVERIFY2(attempt.message.contains(u"could not be saved"_s), qPrintable(attempt.message));
+        QVERIFY(record().startsWith(QByteArray(commit.toUtf8() + ',')));
+        QVERIFY(QFile::exists(www() + u"/index.html"_s));
+        QCOMPARE(view.messages(), QStringList{u"An error occured!"_s});
     }
 
     // While a question about the server's record is open, neither a commit
