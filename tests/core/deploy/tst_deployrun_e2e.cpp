@@ -454,6 +454,49 @@ private slots:
         QCOMPARE(test::tree(www()), QStringList());
     }
 
+    // A failed or timed-out script ends the run with its output and its exit
+    // status (or the time-out) shown: under the alert's details, and in the
+    // message the command line prints.
+    void failedScriptShowsItsOutputAndStatus() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->preDeployScriptLocal = u"echo visible-output; echo on-stderr >&2; exit 3"_s;
+        test::storeSites({site});
+        {
+            test::ScriptedDeployView view;
+            ViewController controller(view);
+            controller.viewDidLoad();
+            const Attempt attempt = deploy(controller);
+            QCOMPARE(int(attempt.outcome), int(DeployOutcome::ScriptFailed));
+            QCOMPARE(view.messages(), QStringList{u"An error occured when running script"_s});
+            const AlertRequest& alert = view.alerts.first();
+            QCOMPARE(alert.informativeText, u"Check the log file for syntax errors and such."_s);
+            for (const QString& shown : {alert.detailedText, attempt.message}) {
+                QVERIFY2(shown.contains(u"exit status 3"_s), qPrintable(shown));
+                QVERIFY2(shown.contains(u"visible-output"_s), qPrintable(shown));
+                QVERIFY2(shown.contains(u"on-stderr"_s), qPrintable(shown));
+            }
+            QCOMPARE(test::tree(www()), QStringList());
+        }
+
+        Preferences::instance().setInteger(u"scriptTimeout"_s, 1);
+        site->preDeployScriptLocal.reset();
+        site->postDeployScriptLocal = u"echo post-started; sleep 30"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QCOMPARE(int(attempt.outcome), int(DeployOutcome::ScriptFailed));
+        for (const QString& shown : {view.alerts.first().detailedText, attempt.message}) {
+            QVERIFY2(shown.contains(u"did not end within 1 seconds"_s), qPrintable(shown));
+            QVERIFY2(shown.contains(u"post-started"_s), qPrintable(shown));
+        }
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s)); // the files were sent, no record
+    }
+
     // The display is kept awake for a run and let go whatever way it ends.
     void displaySleepReleasedOnEveryEnd() {
         test::DBusMockService screenSaver(u"org.freedesktop.ScreenSaver"_s, u"/org/freedesktop/ScreenSaver"_s,
