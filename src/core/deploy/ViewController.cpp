@@ -455,11 +455,13 @@ void ViewController::runEnded(DeployOutcome outcome, const QString& message) {
         setupFileList();
     }
     end(outcome, message);
-    if (m_autoDeployWaiting) {
+    const std::optional<QString> waiting = std::exchange(m_autoDeployWaitingSite, std::nullopt);
+    if (waiting && currentSite && currentSite->siteId() == *waiting) {
         // A commit came while the run was under way: it is deployed now,
         // from a fresh listing.
-        m_autoDeployWaiting = false;
-        later([this] {
+        later([this, site = *waiting] {
+            if (!currentSite || currentSite->siteId() != site)
+                return;
             setupFileList();
             autoDeploy();
         });
@@ -561,17 +563,36 @@ void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationNa
 void ViewController::headMoved() {
     if (currentSite && currentSite->localPath &&
         TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString()))) {
-        m_headSettle.start();
-        return;
+        // A lock that stays is one git left behind (a crash): the listing
+        // goes ahead after a while rather than wait for ever.
+        if (!m_lockWait.isValid())
+            m_lockWait.start();
+        if (m_lockWait.elapsed() < lockWaitLimitMilliseconds) {
+            m_headSettle.start();
+            return;
+        }
+        Logger::sharedInstance().log(
+            QStringLiteral("git's lock in %1/.git has stayed for %2 s; the files are listed anyway")
+                .arg(*currentSite->localPath)
+                .arg(lockWaitLimitMilliseconds / 1000));
     }
+    m_lockWait.invalidate();
     if (m_run) {
         // Not dropped: once the run is over (its record written), the files
-        // are listed again and an automatic deployment is tried then.
-        m_autoDeployWaiting = true;
+        // are listed again and an automatic deployment of this site is tried
+        // then.
+        waitForTheRun();
         return;
     }
     setupFileList();
     autoDeploy();
+}
+
+// The commit belongs to the current site's repository: only that site is
+// deployed for it once the run has ended, whatever is selected by then.
+void ViewController::waitForTheRun() {
+    if (currentSite)
+        m_autoDeployWaitingSite = currentSite->siteId();
 }
 
 void ViewController::autoDeploy() {
@@ -582,7 +603,7 @@ void ViewController::autoDeploy() {
     if (currentSite->deployBranch != checkOutedBranch())
         return;
     if (m_run) {
-        m_autoDeployWaiting = true;
+        waitForTheRun();
         return;
     }
     if (readiness() != DeployReadiness::Ready)

@@ -11,6 +11,7 @@
 #include "model/File.h"
 #include "model/Site.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
 #include <QPointer>
@@ -110,6 +111,9 @@ public:
 
     // Automatic deployment.
     void autoDeploy();
+    // How long a lock of git's holds an automatic listing back, at most: one
+    // that stays longer was left behind by a git that crashed.
+    static constexpr int lockWaitLimitMilliseconds = 10000;
 
     // The application was hidden or shown again during a deployment.
     void applicationWillHide();
@@ -152,6 +156,7 @@ private:
     void rowStatusChanged(qsizetype row);
     void showNotification(const RunSummary& summary);
     void headMoved();
+    void waitForTheRun();
 
     DeployView& m_view;
     std::unique_ptr<UserNotifier> m_notifier;
@@ -167,8 +172,10 @@ private:
     RunSummary m_lastSummary;
     bool m_loaded = false;
     ListingState m_listing = ListingState::None;
-    bool m_autoDeployWaiting = false; // HEAD moved while a run was under way
-    QTimer m_headSettle;              // HEAD's reflog changed; git may not be done
+    // The site whose HEAD moved while a run was under way.
+    std::optional<QString> m_autoDeployWaitingSite;
+    QTimer m_headSettle;      // HEAD's reflog changed; git may not be done
+    QElapsedTimer m_lockWait; // how long git's locks have held the listing back
     DeployReadiness m_readiness = DeployReadiness::NoSite;
 };
 

@@ -274,6 +274,44 @@ private slots:
         QVERIFY(QFile::exists(www() + u"/b.txt"_s));
     }
 
+    // A commit seen during a run is deployed afterwards only for the site
+    // whose repository it came from: when another site is selected
+    // meanwhile, that one is not deployed because of it.
+    void commitDuringARunDeploysNoOtherSite() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr first = test::ftpSite(repo, *m_ftp);
+        first->autoDeploy = true;
+        first->preDeployScriptLocal = u"sleep 1"_s;
+        test::GitRepository otherRepo;
+        otherRepo.write(u"b.txt"_s, "2");
+        otherRepo.commitAll(u"one"_s);
+        SitePtr other = test::ftpSite(otherRepo, *m_ftp, u"other/"_s);
+        other->autoDeploy = true;
+        test::storeSites({first, other});
+        QDir(m_ftp->homeFolder() + u"/other"_s).removeRecursively();
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QTest::qWait(100);
+        repo.write(u"c.txt"_s, "3");
+        repo.commitAll(u"two"_s);
+        commitWritten(controller, repo);
+        QTest::qWait(600); // the commit is seen (and waits for the run)
+        QVERIFY(controller.isDeploying());
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 1);
+        QCOMPARE(controller.currentSite->siteId(), other->siteId());
+        QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
+        QTest::qWait(2000);
+        QCOMPARE(ended.count(), 1);
+        QVERIFY(!controller.isDeploying());
+        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/other/.tarnwell"_s));
+    }
+
     // A record that cannot be written is no success: the files are on the
     // server, the outcome says the record is missing, and the site keeps
     // the commit it had.

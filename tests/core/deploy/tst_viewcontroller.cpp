@@ -7,6 +7,7 @@
 #include "git/TWGit.h"
 #include "model/Sites.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QScopeGuard>
 #include <QSignalSpy>
@@ -79,6 +80,34 @@ private slots:
         QCOMPARE(attempts.count(), 0); // once git has settled
         QTRY_COMPARE(attempts.count(), 1);
         QCOMPARE(controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
+    }
+
+    // A lock git left behind (a crashed git, an editor's) delays an
+    // automatic deployment for a while, not for ever.
+    void staleLockDelaysAutomaticDeploymentOnlyAWhile() {
+        test::GitRepository repo;
+        repo.write(u"a"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
+        s->autoDeploy = true;
+        Sites().storeWithSites({s});
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+        QFile lock(repo.path() + u"/.git/index.lock"_s);
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.close();
+
+        QElapsedTimer waited;
+        waited.start();
+        controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileWrittenToNotification"_s,
+                            repo.path() + u"/.git/logs/HEAD"_s);
+        QTest::qWait(1000);
+        QCOMPARE(attempts.count(), 0); // git may still be at work
+        QTRY_COMPARE_WITH_TIMEOUT(attempts.count(), 1, 30000);
+        QVERIFY2(waited.elapsed() >= 9000, qPrintable(QString::number(waited.elapsed())));
     }
 
     // A commit that lands while the list is built (automatic deployment
