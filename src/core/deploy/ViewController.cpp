@@ -2,9 +2,12 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "deploy/AlwaysUploadedFolders.h"
 #include "deploy/DeployRun.h"
+#include "deploy/HeadSettle.h"
 #include "deploy/ListingNotes.h"
 #include "deploy/NotificationHub.h"
+#include "deploy/StoredSite.h"
 #include "deploy/UploadingFlag.h"
 #include "deploy/UserNotifier.h"
 #include "deploy/WaitingFiles.h"
@@ -76,9 +79,15 @@ void ViewController::viewDidLoad() {
     fileWatcherQueue = std::make_unique<tw::VDKQueue>();
     fileWatcherQueue->setDelegate(this);
     fileWatcherQueue->setAlwaysPostNotifications(true);
-    m_headSettle.setSingleShot(true);
-    m_headSettle.setInterval(200);
-    connect(&m_headSettle, &QTimer::timeout, this, &ViewController::headMoved, Qt::UniqueConnection);
+    if (!m_headSettle) {
+        m_headSettle = std::make_unique<HeadSettle>([this]() -> std::optional<QString> {
+            if (currentSite && currentSite->localPath &&
+                TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString())))
+                return currentSite->localPath;
+            return std::nullopt;
+        });
+        connect(m_headSettle.get(), &HeadSettle::settled, this, &ViewController::headMoved);
+    }
 
     currentSite = loadCurrentSite();
     m_view.siteDidChange();
@@ -116,36 +125,7 @@ void ViewController::reloadSiteAndFiles() {
 }
 
 SitePtr ViewController::loadCurrentSite() {
-    if (!m_pinnedSiteId) {
-        SitePtr site = SiteManager(currentSite).loadCurrentSite();
-        if (site && !site->hasSiteId())
-            return storeMadeUpIds();
-        return site;
-    }
-    const auto sites = Sites().loadAll();
-    if (!sites)
-        return nullptr;
-    for (const SitePtr& site : *sites) {
-        if (site && site->siteId() == *m_pinnedSiteId)
-            return site;
-    }
-    return nullptr;
-}
-
-// A site stored by an older release may have no id; one made up on every
-// load would find nothing to save the deployed commit to. Every site without
-// one gets one, stored at once.
-SitePtr ViewController::storeMadeUpIds() {
-    auto sites = Sites().loadAll();
-    if (!sites)
-        return nullptr;
-    for (const SitePtr& site : std::as_const(*sites)) {
-        if (site && !site->hasSiteId())
-            site->generateSiteId();
-    }
-    Logger::sharedInstance().log(QStringLiteral("Sites without an id were given one"));
-    Sites().storeWithSites(*sites);
-    return SiteManager(currentSite).loadCurrentSite();
+    return m_pinnedSiteId ? StoredSite::withId(*m_pinnedSiteId) : StoredSite::current();
 }
 
 void ViewController::setupFileList() {
@@ -228,19 +208,7 @@ QStringList ViewController::listingNotes() const {
 void ViewController::addWaitingAndMandatoryRows(FileList& list) {
     WaitingFiles::mergeInto(list, currentSite,
                             m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString());
-    // Always-uploaded entries are listed as copies: unchecking one leaves
-    // the site's own list as it is.
-    if (currentSite->mandatoryFiles) {
-        for (const FilePtr& entry : std::as_const(*currentSite->mandatoryFiles)) {
-            if (!entry || !nonEmpty(entry->pathWithFilename))
-                continue;
-            const FilePtr row = File::initWithPath(*entry->pathWithFilename);
-            row->gitStatus = kMandatory;
-            row->status = QString();
-            row->willUpload = !m_uncheckedMandatory.contains(*entry->pathWithFilename);
-            list.append(row);
-        }
-    }
+    list.append(AlwaysUploadedFolders::rowsOf(*currentSite, m_uncheckedMandatory));
 }
 
 qsizetype ViewController::waitingCount() const {
@@ -557,26 +525,11 @@ void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationNa
     // git appends to HEAD's reflog before it moves the branch, and one commit
     // writes it more than once: wait until the writes have settled and no
     // ref is locked, so the listing sees the new commit.
-    m_headSettle.start();
+    if (m_headSettle)
+        m_headSettle->reflogWritten();
 }
 
 void ViewController::headMoved() {
-    if (currentSite && currentSite->localPath &&
-        TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString()))) {
-        // A lock that stays is one git left behind (a crash): the listing
-        // goes ahead after a while rather than wait for ever.
-        if (!m_lockWait.isValid())
-            m_lockWait.start();
-        if (m_lockWait.elapsed() < lockWaitLimitMilliseconds) {
-            m_headSettle.start();
-            return;
-        }
-        Logger::sharedInstance().log(
-            QStringLiteral("git's lock in %1/.git has stayed for %2 s; the files are listed anyway")
-                .arg(*currentSite->localPath)
-                .arg(lockWaitLimitMilliseconds / 1000));
-    }
-    m_lockWait.invalidate();
     if (m_run) {
         // Not dropped: once the run is over (its record written), the files
         // are listed again and an automatic deployment of this site is tried

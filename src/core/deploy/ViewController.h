@@ -11,7 +11,6 @@
 #include "model/File.h"
 #include "model/Site.h"
 
-#include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
 #include <QPointer>
@@ -24,6 +23,7 @@
 namespace tw {
 
 class DeployRun;
+class HeadSettle;
 class SiteManager;
 class UserNotifier;
 
@@ -61,7 +61,7 @@ public:
     // Loading and listing.
     void viewDidLoad();
     void setupFileList();
-    // Gives every stored site without an id one first (see storeMadeUpIds).
+    // Gives every stored site without an id one first (see StoredSite).
     SitePtr loadCurrentSite();
     bool checkCheckedOutBranch();
     // The branch checked out in the site's repository, or nothing (also for
@@ -111,9 +111,6 @@ public:
 
     // Automatic deployment.
     void autoDeploy();
-    // How long a lock of git's holds an automatic listing back, at most: one
-    // that stays longer was left behind by a git that crashed.
-    static constexpr int lockWaitLimitMilliseconds = 10000;
 
     // The application was hidden or shown again during a deployment.
     void applicationWillHide();
@@ -148,7 +145,6 @@ private:
     void end(DeployOutcome outcome, const QString& message);
     void updateReadiness();
     void reloadSiteAndFiles();
-    SitePtr storeMadeUpIds();
     void preferenceChanged(const QString& key);
     std::optional<FileList> listChangedFiles(const SiteManager& manager);
     void addWaitingAndMandatoryRows(FileList& list);
@@ -174,8 +170,7 @@ private:
     ListingState m_listing = ListingState::None;
     // The site whose HEAD moved while a run was under way.
     std::optional<QString> m_autoDeployWaitingSite;
-    QTimer m_headSettle;      // HEAD's reflog changed; git may not be done
-    QElapsedTimer m_lockWait; // how long git's locks have held the listing back
+    std::unique_ptr<HeadSettle> m_headSettle; // HEAD's reflog changed; git may not be done
     DeployReadiness m_readiness = DeployReadiness::NoSite;
 };
 
