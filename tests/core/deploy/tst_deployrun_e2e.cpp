@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QScopeGuard>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
@@ -206,7 +207,7 @@ private slots:
         const QString newest = repo.commitAll(u"two"_s);
         commitWritten(controller, repo);
         controller.deployButton();
-        QTest::qWait(300);
+        QTest::qWait(2000); // ten times the wait for git to settle after HEAD moved
         QCOMPARE(view.alerts.size(), 1);
         QCOMPARE(ended.count(), 0);
 
@@ -371,11 +372,21 @@ private slots:
             return qsizetype(-1);
         };
         controller.updateCheckboxes(false, {rowIndex(u"b.txt"_s, u"A"_s), rowIndex(u".htaccess"_s, u"-"_s)});
+        const auto storedAlwaysUploaded = [] {
+            QStringList paths;
+            const SiteList stored = *Sites().loadAll();
+            for (const FilePtr& entry : *stored.first()->mandatoryFiles)
+                paths.append(entry->pathWithFilename.value_or(QString()) +
+                             (entry->willUpload ? u""_s : u" (unchecked)"_s));
+            return paths;
+        };
+        QCOMPARE(storedAlwaysUploaded(), QStringList{u".htaccess"_s});
         QSignalSpy ended(&controller, &ViewController::deploymentEnded);
         controller.deployButton();
         QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
         QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 1);
         QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s}));
+        QCOMPARE(storedAlwaysUploaded(), QStringList{u".htaccess"_s});
 
         // Listed again, unchecked; the always-uploaded entry is checked again.
         QVERIFY(rowOf(u"b.txt"_s) && !rowOf(u"b.txt"_s)->willUpload);
@@ -472,6 +483,115 @@ private slots:
         QCOMPARE(progress.last().at(0).toLongLong(), 4);
         QCOMPARE(progress.last().at(1).toLongLong(), 4);
         QCOMPARE(controller.lastRunSummary().total, 4);
+    }
+
+    // The private export of the deployed commit goes with its run, whatever
+    // way the run ends: sent, failed or aborted.
+    void exportedFilesGoWithTheRun() {
+        QTemporaryDir temporary;
+        const QByteArray previous = qgetenv("TMPDIR");
+        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+        auto restore = qScopeGuard([&] {
+            if (previous.isEmpty())
+                qunsetenv("TMPDIR");
+            else
+                qputenv("TMPDIR", previous);
+        });
+        const auto exports = [&] {
+            return QDir(temporary.path())
+                .entryList({u"tarnwell-export-*"_s, u"tarnwell-index-*"_s}, QDir::AllEntries | QDir::Hidden);
+        };
+        test::GitRepository repo;
+        for (int i = 0; i < 20; ++i)
+            repo.write(u"page%1.html"_s.arg(i), QByteArray(20000, 'x'));
+        repo.commitAll(u"first"_s);
+
+        for (const DeployOutcome expected :
+             {DeployOutcome::Deployed, DeployOutcome::Failed, DeployOutcome::Aborted}) {
+            test::storeSites({test::ftpSite(repo, *m_ftp)}); // never deployed: every file is sent
+            QDir(www()).removeRecursively();
+            if (expected == DeployOutcome::Failed)
+                QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+            test::ScriptedDeployView view;
+            ViewController controller(view);
+            controller.viewDidLoad();
+            QStringList duringTheRun;
+            connect(&controller, &ViewController::progressChanged, this, [&](qsizetype done) {
+                if (done == 0)
+                    duringTheRun = exports();
+            });
+            if (expected == DeployOutcome::Aborted)
+                connect(
+                    &controller, &ViewController::progressChanged, &controller,
+                    [&](qsizetype done) {
+                        if (done == 0)
+                            controller.abortDeploy();
+                    },
+                    Qt::QueuedConnection);
+            const Attempt attempt = deploy(controller);
+            QCOMPARE(int(attempt.outcome), int(expected));
+            QCOMPARE(duringTheRun.size(), 1); // the export, while the files were sent
+            QTRY_COMPARE(exports(), QStringList());
+        }
+    }
+
+    // A sync root of "/" is the whole repository: remote paths keep every
+    // folder.
+    void syncRootOfSlashKeepsRemotePathsWhole() {
+        test::GitRepository repo;
+        repo.write(u"top.html"_s, "top");
+        repo.write(u"a/b/deep.html"_s, "deep");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->syncRootPath = u"/"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a/b/deep.html"_s, u"top.html"_s}));
+        QCOMPARE(test::readFile(www() + u"/a/b/deep.html"_s), QByteArray("deep"));
+    }
+
+    // A retry after a failed run lists and sends each always-uploaded file
+    // once.
+    void retryListsAlwaysUploadedFilesOnce() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        repo.write(u"dist/app.js"_s, "built");
+        repo.write(u"robots.txt"_s, "all");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->mandatoryFiles = std::make_shared<FileList>(
+            FileList{File::initWithPath(u"dist"_s), File::initWithPath(u"robots.txt"_s)});
+        test::storeSites({site});
+        QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const auto alwaysUploadedRows = [&] {
+            QStringList rows;
+            for (const FilePtr& file : *controller.files) {
+                if (file->gitStatus == u"-"_s)
+                    rows.append(file->pathWithFilename.value_or(QString()));
+            }
+            return rows;
+        };
+        const QStringList listed{u"dist"_s, u"robots.txt"_s};
+        QCOMPARE(alwaysUploadedRows(), listed);
+        QCOMPARE(int(deploy(controller).outcome), int(DeployOutcome::Failed));
+        QCOMPARE(alwaysUploadedRows(), listed);
+
+        QDir(www()).removeRecursively();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        const Attempt attempt = waitForEnd(ended);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(ended.first().at(2).value<RunSummary>().uploads, 3);
+        QCOMPARE(test::tree(www()),
+                 (QStringList{u".tarnwell"_s, u"dist/app.js"_s, u"index.html"_s, u"robots.txt"_s}));
+        QCOMPARE(alwaysUploadedRows(), listed);
     }
 
     // A repository folder that is gone by the time the files are queued
