@@ -101,6 +101,32 @@ private slots:
         QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
     }
 
+    // A server without a record, for a site that names a last deployed
+    // commit, gets only what changed since that commit: the missing record
+    // is "no record yet", not a server to fill anew.
+    void missingRecordDeploysOnlyTheChanges() {
+        test::GitRepository repo;
+        repo.write(u"old.html"_s, "old");
+        repo.commitAll(u"first"_s);
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QVERIFY(deploy(controller).outcome == DeployOutcome::Deployed);
+        QDir(www()).removeRecursively(); // the server was emptied
+        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
+        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+
+        repo.write(u"new.html"_s, "new");
+        const QString second = repo.commitAll(u"second"_s);
+        controller.setupFileList();
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QVERIFY(view.alerts.isEmpty());
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"new.html"_s}));
+        QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
+    }
+
     // The deployed site is found by its id: selecting or moving sites while
     // it runs changes nothing of where its commit is written.
     void deployedSiteSavedByIdWhateverIsSelected() {
