@@ -28,4 +28,20 @@ FileList AlwaysUploadedFolders::filesIn(const FileList& rows, const QString& loc
     return found;
 }
 
+FileList AlwaysUploadedFolders::rowsOf(const Site& site, const QSet<QString>& unchecked) {
+    FileList rows;
+    if (!site.mandatoryFiles)
+        return rows;
+    for (const FilePtr& entry : std::as_const(*site.mandatoryFiles)) {
+        if (!entry || !entry->pathWithFilename || entry->pathWithFilename->isEmpty())
+            continue;
+        const FilePtr row = File::initWithPath(*entry->pathWithFilename);
+        row->gitStatus = QStringLiteral("-");
+        row->status = QString();
+        row->willUpload = !unchecked.contains(*entry->pathWithFilename);
+        rows.append(row);
+    }
+    return rows;
+}
+
 } // namespace tw

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "model/File.h"
+#include "model/Site.h"
 
+#include <QSet>
 #include <QString>
 
 namespace tw {
@@ -13,6 +15,10 @@ namespace tw {
 class AlwaysUploadedFolders {
 public:
     static FileList filesIn(const FileList& rows, const QString& localBase);
+    // The site's always-uploaded entries as rows of the list, with the
+    // change letter "-": copies, so that unchecking one leaves the site's own
+    // list as it is. The paths in unchecked are listed unchecked.
+    static FileList rowsOf(const Site& site, const QSet<QString>& unchecked);
 };
 
 } // namespace tw

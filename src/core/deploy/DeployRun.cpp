@@ -3,11 +3,11 @@
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "deploy/AlwaysUploadedFolders.h"
+#include "deploy/DeployQueue.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/ScriptRunner.h"
 #include "deploy/Statistics.h"
 #include "deploy/UploadingFlag.h"
-#include "git/CommitExport.h"
 #include "git/SiteManager.h"
 #include "model/SecurityBookmarkManager.h"
 #include "model/Sites.h"
@@ -17,7 +17,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QPointer>
-#include <QSet>
 
 namespace tw {
 
@@ -239,83 +238,29 @@ void DeployRun::preDeployLocalScriptResult(const std::optional<Error>& error, co
 
 bool DeployRun::prepareFiles() {
     const QString folder = m_plan.site->localPath.value_or(QString());
-    const auto vanished = [&] {
+    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
         alertError(Error::application(
             200, QStringLiteral("The repository folder %1 is gone; nothing was sent.").arg(folder)));
         return false;
-    };
-    if (folder.isEmpty() || !QFileInfo(folder).isDir())
-        return vanished();
+    }
     m_plan.rows.append(AlwaysUploadedFolders::filesIn(m_plan.rows, m_localBase));
-    if (!exportCommittedContent())
-        return false;
     m_transporter->setDelegate(this);
-    m_transporter->clearQueue();
-    m_rowOfTransfer.clear();
-
-    const FileList& rows = m_plan.rows;
-    m_totalFiles = static_cast<quint64>(rows.size());
-    m_remainingFiles = m_totalFiles;
-    m_summary.total = 0;
-    m_summary.uploads = 0;
-    m_summary.deletions = 0;
-    m_summary.waiting = 0;
-    QSet<QString> uploads;
-    for (qsizetype row = 0; row < rows.size(); ++row) {
-        const FilePtr& file = rows.at(row);
-        const QString path = file->pathWithFilename.value_or(QString());
-        const bool mandatory = file->gitStatus == kMandatory;
-        if (!file->willUpload) {
-            if (!mandatory)
-                ++m_summary.waiting;
-            continue;
-        }
-        if (!QFileInfo::exists(folder))
-            return vanished();
-        TransporterFilePtr transfer;
-        if (file->gitStatus == u"D") {
-            transfer = m_transporter->deleteFile(path);
-            ++m_summary.deletions;
-        } else {
-            // An always-uploaded folder is sent as the files found in it.
-            if (mandatory && file->isDirectory(m_localBase))
-                continue;
-            if (uploads.contains(path))
-                continue; // listed as changed and as always uploaded: sent once
-            uploads.insert(path);
-            const QString local =
-                mandatory || !m_export ? m_localBase + QLatin1Char('/') + path : m_export->pathOf(path);
-            transfer = m_transporter->uploadFile(local, path);
-            ++m_summary.uploads;
-        }
-        m_rowOfTransfer.insert(transfer.get(), row);
-        ++m_summary.total;
-    }
-    m_transporter->setTag(kDeployTag);
-    return true;
-}
-
-// The listed files are uploaded as they are in the commit deployed, from a
-// private folder: an uncommitted edit never reaches the server under the
-// commit's name. (Always-uploaded files come from the working folder: they
-// are often built, not committed.)
-bool DeployRun::exportCommittedContent() {
-    if (m_plan.commitId.isEmpty())
-        return true; // no commit: nothing is listed from one
-    QStringList paths;
-    for (const FilePtr& row : std::as_const(m_plan.rows)) {
-        if (row->willUpload && row->gitStatus != kMandatory && row->gitStatus != u"D")
-            paths.append(row->pathWithFilename.value_or(QString()));
-    }
-    m_export = std::make_unique<CommitExport>();
-    QString error;
-    if (!m_export->write(m_plan.site->localPath.value_or(QString()), m_plan.commitId, paths, &error)) {
-        alertError(
-            Error::application(200, QStringLiteral("The files of commit %1 could not be read: %2. Nothing "
-                                                   "was sent.")
-                                        .arg(m_summary.commit, error)));
+    m_queue = std::make_unique<DeployQueue>();
+    if (const auto problem =
+            m_queue->build(*m_transporter, m_plan.rows, m_localBase, m_plan.commitId, m_summary.commit)) {
+        alertError(Error::application(200, *problem));
         return false;
     }
+    // The counts shown are the transfers really made, so "remaining" ends at
+    // 0; the statistics keep adding the run's row count (see didComplete).
+    m_rowCount = static_cast<quint64>(m_plan.rows.size());
+    m_totalFiles = static_cast<quint64>(m_queue->transfers());
+    m_remainingFiles = m_totalFiles;
+    m_summary.uploads = m_queue->uploads();
+    m_summary.deletions = m_queue->deletions();
+    m_summary.waiting = m_queue->waiting();
+    m_summary.total = m_queue->transfers();
+    m_transporter->setTag(kDeployTag);
     return true;
 }
 
@@ -352,7 +297,7 @@ void DeployRun::startTransfers() {
 // Transfers
 
 qsizetype DeployRun::rowOf(const TransporterFilePtr& file) const {
-    return file ? m_rowOfTransfer.value(file.get(), -1) : -1;
+    return file && m_queue ? m_queue->rowOf(file.get()) : -1;
 }
 
 void DeployRun::setRowStatus(qsizetype row, const QString& status) {
@@ -381,7 +326,7 @@ void DeployRun::didComplete(const TransporterFilePtr& file) {
         --m_remainingFiles;
         // The whole run's row count for every file, deliberately: the stored
         // figure has always been counted so.
-        Statistics().addUploadedFiles(static_cast<qint64>(m_totalFiles));
+        Statistics().addUploadedFiles(static_cast<qint64>(m_rowCount));
         NotificationHub::instance().postRemainingStatus(m_remainingFiles, m_totalFiles);
     }
 }
@@ -511,9 +456,16 @@ void DeployRun::recordWritten(const std::optional<Error>& error) {
             waiting.append(row->pathWithFilename.value_or(QString()));
     }
     m_summary.waitingFiles = waiting;
-    if (!Sites::saveDeployment(m_plan.site->siteId(), m_plan.commit))
-        Logger::sharedInstance().log(QStringLiteral("The deployed site is no longer in the stored list"));
-    UploadingFlag::set(false);
+    UploadingFlag::set(false); // the server holds the whole deployment and its record
+    if (!Sites::saveDeployment(m_plan.site->siteId(), m_plan.commit)) {
+        alertError(Error::application(
+                       200, QStringLiteral("The files were sent and the server's record names commit %1, but "
+                                           "the site could not be saved: it is no longer in the list of "
+                                           "sites. Its last deployed commit was not stored.")
+                                .arg(commit)),
+                   DeployOutcome::RecordNotWritten);
+        return;
+    }
     NotificationHub::instance().postUploadComplete();
     finish(DeployOutcome::Deployed, QStringLiteral("All files deployed"));
 }

@@ -23,7 +23,7 @@
 namespace tw {
 
 class CheckSumManager;
-class CommitExport;
+class DeployQueue;
 class ScriptRunner;
 
 // One deployment attempt, from the press of Deploy to the server's new
@@ -112,7 +112,6 @@ private:
     void deployFiles();
     void preDeployLocalScriptResult(const std::optional<Error>& error, const QString& output);
     bool prepareFiles();
-    bool exportCommittedContent();
     void runRemotePreScript();
     void startTransfers();
     void deployFinished();
@@ -134,14 +133,14 @@ private:
     std::shared_ptr<Transporter> m_transporter;
     std::unique_ptr<CheckSumManager> m_checkSumManager;
     std::unique_ptr<ScriptRunner> m_scriptRunner;
-    std::unique_ptr<CommitExport> m_export; // the deployed commit's files, while the run lasts
+    std::unique_ptr<DeployQueue> m_queue; // with the deployed commit's files, while the run lasts
     ProgressView* m_progress = nullptr;
     bool m_progressClosed = true;
     DisplaySleepGuard m_displaySleepGuard;
     QTimer m_postDeployTimer;
-    QHash<const TransporterFile*, qsizetype> m_rowOfTransfer;
     QString m_localBase;
-    quint64 m_totalFiles = 0;     // every row, checked or not (the remaining count's base)
+    quint64 m_rowCount = 0;       // every row, checked or not (what the statistics add)
+    quint64 m_totalFiles = 0;     // the transfers queued (the remaining count's base)
     quint64 m_remainingFiles = 0; // goes down with every completed transfer
     RunSummary m_summary;
     bool m_asking = false;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,12 +53,22 @@ ScriptRunner::ScriptRunner(QObject* parent)
 ScriptRunner::~ScriptRunner() {
     if (m_process) {
         m_process->disconnect(this);
+        killProcessGroup(m_process);
         // Kills the child and waits for it.
         delete m_process;
         m_process = nullptr;
     }
     cleanUpScriptFile();
     stopAccessingFolder();
+}
+
+// Every script runs in a process group of its own (see launch): ending the
+// group ends what the script started in the background too, not only the
+// script's own shell.
+void ScriptRunner::killProcessGroup(QProcess* process) {
+    const qint64 pid = process->processId();
+    if (pid > 0)
+        ::kill(-static_cast<pid_t>(pid), SIGKILL);
 }
 
 void ScriptRunner::setBasePath(const QString& path) {
@@ -174,6 +185,9 @@ void ScriptRunner::launch(const QString& program, const QStringList& arguments, 
 
     auto* process = new QProcess(this);
     m_process = process;
+    // A group of its own: the time-out and an abort end everything the
+    // script started. (Only async-signal-safe calls may run here.)
+    process->setChildProcessModifier([] { ::setpgid(0, 0); });
     process->setProcessEnvironment(environment);
     process->setProcessChannelMode(QProcess::SeparateChannels);
     // A script that reads its input ends instead of waiting for a person.
@@ -225,6 +239,7 @@ void ScriptRunner::launch(const QString& program, const QStringList& arguments, 
         if (process != m_process)
             return;
         process->disconnect(this);
+        killProcessGroup(process);
         process->kill();
         process->waitForFinished(5000);
         appendOutput(QProcess::StandardOutput);

@@ -41,7 +41,9 @@ enum class ScriptRunnerError {
 //
 // No script runs for ever: one that has not ended after the time-out (the
 // preference "scriptTimeout", in seconds, 10 minutes unless set) is killed
-// and fails with a message that says so.
+// and fails with a message that says so. Each script runs in a process group
+// of its own, and the time-out and the runner's end kill the whole group:
+// nothing the script started in the background outlives it.
 //
 // One run at a time; the deploy run makes one runner per stage. The child's
 // output and end arrive on the event loop of the thread that started the run,
@@ -96,6 +98,7 @@ private:
     void launch(const QString& program, const QStringList& arguments, const QByteArray& input = {});
     void appendOutput(QProcess::ProcessChannel channel);
     void finishRun(const std::optional<Error>& error, const QString& result);
+    static void killProcessGroup(QProcess* process);
     void cleanUpScriptFile();
     void stopAccessingFolder();
 

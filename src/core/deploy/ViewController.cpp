@@ -2,9 +2,12 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "deploy/AlwaysUploadedFolders.h"
 #include "deploy/DeployRun.h"
+#include "deploy/HeadSettle.h"
 #include "deploy/ListingNotes.h"
 #include "deploy/NotificationHub.h"
+#include "deploy/StoredSite.h"
 #include "deploy/UploadingFlag.h"
 #include "deploy/UserNotifier.h"
 #include "deploy/WaitingFiles.h"
@@ -60,11 +63,11 @@ void ViewController::pinSite(const QString& siteId) {
 // Loading and listing
 
 void ViewController::viewDidLoad() {
-    emptyTableViewContoller = &m_view.emptyTableView();
-    emptyTableViewContoller->hideAll();
+    emptyTableView = &m_view.emptyTableView();
+    emptyTableView->hideAll();
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
-        emptyTableViewContoller->noSitesDefined();
+        emptyTableView->noSitesDefined();
     if (const auto problem = Sites::takeLoadProblem()) {
         AlertRequest alert;
         alert.message = QStringLiteral("Some sites could not be read");
@@ -76,9 +79,15 @@ void ViewController::viewDidLoad() {
     fileWatcherQueue = std::make_unique<tw::VDKQueue>();
     fileWatcherQueue->setDelegate(this);
     fileWatcherQueue->setAlwaysPostNotifications(true);
-    m_headSettle.setSingleShot(true);
-    m_headSettle.setInterval(200);
-    connect(&m_headSettle, &QTimer::timeout, this, &ViewController::headMoved, Qt::UniqueConnection);
+    if (!m_headSettle) {
+        m_headSettle = std::make_unique<HeadSettle>([this]() -> std::optional<QString> {
+            if (currentSite && currentSite->localPath &&
+                TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString())))
+                return currentSite->localPath;
+            return std::nullopt;
+        });
+        connect(m_headSettle.get(), &HeadSettle::settled, this, &ViewController::headMoved);
+    }
 
     currentSite = loadCurrentSite();
     m_view.siteDidChange();
@@ -108,24 +117,15 @@ void ViewController::reloadSiteAndFiles() {
     currentSite = loadCurrentSite();
     const auto sites = Sites().loadAll();
     if (!sites || sites->isEmpty())
-        emptyTableViewContoller->noSitesDefined();
+        emptyTableView->noSitesDefined();
     else
-        emptyTableViewContoller->hideAll();
+        emptyTableView->hideAll();
     m_view.siteDidChange();
     setupFileList();
 }
 
-SitePtr ViewController::loadCurrentSite() const {
-    if (!m_pinnedSiteId)
-        return SiteManager(currentSite).loadCurrentSite();
-    const auto sites = Sites().loadAll();
-    if (!sites)
-        return nullptr;
-    for (const SitePtr& site : *sites) {
-        if (site && site->siteId() == *m_pinnedSiteId)
-            return site;
-    }
-    return nullptr;
+SitePtr ViewController::loadCurrentSite() {
+    return m_pinnedSiteId ? StoredSite::withId(*m_pinnedSiteId) : StoredSite::current();
 }
 
 void ViewController::setupFileList() {
@@ -150,26 +150,28 @@ void ViewController::setupFileList() {
     SiteManager manager(currentSite);
     manager.delegate = this;
     if (!manager.localPathExists()) {
-        emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("No valid git repository"));
+        emptyTableView->notValidGitRepoWith(QStringLiteral("No valid git repository"));
         files.reset();
         finish();
         return;
     }
 
     const auto folder = manager.resolveBookmark();
-    const auto commits = manager.getCommits();
+    // HEAD is resolved once: the commit listed, its files and the content
+    // exported all come from this id, even when a commit lands meanwhile.
+    m_listedCommitId = manager.headCommit().value_or(QString());
+    const auto commits = m_listedCommitId.isEmpty() ? std::nullopt : manager.getCommits(m_listedCommitId);
     m_listedCommits = commits.value_or(CommitList());
     currentSite->commits = commits ? std::make_shared<CommitList>(*commits) : nullptr;
     if (!m_listedCommits.isEmpty())
         m_listedCommit = std::make_shared<Commit>(*m_listedCommits.first());
-    m_listedCommitId = manager.headCommit().value_or(QString());
     if (folder && fileWatcherQueue)
         fileWatcherQueue->addPath(*folder + QStringLiteral("/.git/logs/HEAD"));
 
     if (checkCheckedOutBranch()) {
         files = listChangedFiles(manager).value_or(FileList());
         addWaitingAndMandatoryRows(*files);
-        emptyTableViewContoller->hasFilesToDeployWithStatus(!files->isEmpty());
+        emptyTableView->hasFilesToDeployWithStatus(!files->isEmpty());
     }
     if (folder)
         manager.stopAccessingSecurityScopedResource(*folder);
@@ -180,16 +182,18 @@ std::optional<FileList> ViewController::listChangedFiles(const SiteManager& mana
     // A site whose last deployed commit has an id lists what changed since;
     // one that was never deployed lists every committed file. An imported
     // site carries an empty commit: it was never deployed here.
+    if (m_listedCommitId.isEmpty())
+        return std::nullopt; // no commit (yet): nothing to list
     const CommitPtr& last = currentSite->lastCommitDeployed;
     if (last && last->sha1 && !last->sha1->isEmpty()) {
         if (manager.commitExists(*last->sha1))
-            return manager.loadFilesFromCommit(*last->sha1);
+            return manager.loadFilesFromCommit(*last->sha1, m_listedCommitId);
         // Gone after a rebase or a forced push: nothing can be compared with
         // it, so every file is listed for a full deployment (and the window
         // and the command line say why).
         m_lastDeployedMissing = true;
     }
-    return manager.getAllFiles();
+    return manager.getAllFiles(m_listedCommitId);
 }
 
 QStringList ViewController::listingNotes() const {
@@ -204,19 +208,7 @@ QStringList ViewController::listingNotes() const {
 void ViewController::addWaitingAndMandatoryRows(FileList& list) {
     WaitingFiles::mergeInto(list, currentSite,
                             m_listedCommit ? m_listedCommit->sha1.value_or(QString()) : QString());
-    // Always-uploaded entries are listed as copies: unchecking one leaves
-    // the site's own list as it is.
-    if (currentSite->mandatoryFiles) {
-        for (const FilePtr& entry : std::as_const(*currentSite->mandatoryFiles)) {
-            if (!entry || !nonEmpty(entry->pathWithFilename))
-                continue;
-            const FilePtr row = File::initWithPath(*entry->pathWithFilename);
-            row->gitStatus = kMandatory;
-            row->status = QString();
-            row->willUpload = !m_uncheckedMandatory.contains(*entry->pathWithFilename);
-            list.append(row);
-        }
-    }
+    list.append(AlwaysUploadedFolders::rowsOf(*currentSite, m_uncheckedMandatory));
 }
 
 qsizetype ViewController::waitingCount() const {
@@ -234,8 +226,8 @@ bool ViewController::checkCheckedOutBranch() {
     SiteManager manager(currentSite);
     if (!manager.isGitDirectory()) {
         m_listing = ListingState::NotARepository;
-        emptyTableViewContoller->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
-                                                         .arg(currentSite->localPath.value_or(QString())));
+        emptyTableView->notValidGitRepoWith(QStringLiteral("Not a valid Git repository '%1'. \n")
+                                                .arg(currentSite->localPath.value_or(QString())));
         files.reset();
         return false;
     }
@@ -250,8 +242,7 @@ bool ViewController::checkCheckedOutBranch() {
         // Formatted, and deliberately shown nowhere.
         [[maybe_unused]] const QString hint = QStringLiteral("To deploy check out branch '%1'.").arg(branch);
         later([this, branch] {
-            emptyTableViewContoller->wrongBranchIsSelectedWith(QStringLiteral("A non-deployment branch"),
-                                                               branch);
+            emptyTableView->wrongBranchIsSelectedWith(QStringLiteral("A non-deployment branch"), branch);
         });
     }
     return false;
@@ -432,11 +423,13 @@ void ViewController::runEnded(DeployOutcome outcome, const QString& message) {
         setupFileList();
     }
     end(outcome, message);
-    if (m_autoDeployWaiting) {
+    const std::optional<QString> waiting = std::exchange(m_autoDeployWaitingSite, std::nullopt);
+    if (waiting && currentSite && currentSite->siteId() == *waiting) {
         // A commit came while the run was under way: it is deployed now,
         // from a fresh listing.
-        m_autoDeployWaiting = false;
-        later([this] {
+        later([this, site = *waiting] {
+            if (!currentSite || currentSite->siteId() != site)
+                return;
             setupFileList();
             autoDeploy();
         });
@@ -473,8 +466,8 @@ void ViewController::siteManagerDidFailWithError(const Error& error) {
 }
 
 void ViewController::noSitesDefinedNotification() {
-    if (emptyTableViewContoller)
-        emptyTableViewContoller->noSitesDefined();
+    if (emptyTableView)
+        emptyTableView->noSitesDefined();
 }
 
 void ViewController::fileBookmarkIsStale() {
@@ -532,23 +525,27 @@ void ViewController::VDKQueue(tw::VDKQueue* queue, const QString& notificationNa
     // git appends to HEAD's reflog before it moves the branch, and one commit
     // writes it more than once: wait until the writes have settled and no
     // ref is locked, so the listing sees the new commit.
-    m_headSettle.start();
+    if (m_headSettle)
+        m_headSettle->reflogWritten();
 }
 
 void ViewController::headMoved() {
-    if (currentSite && currentSite->localPath &&
-        TWGit::isUpdatingRefs(*currentSite->localPath, checkOutedBranch().value_or(QString()))) {
-        m_headSettle.start();
-        return;
-    }
     if (m_run) {
         // Not dropped: once the run is over (its record written), the files
-        // are listed again and an automatic deployment is tried then.
-        m_autoDeployWaiting = true;
+        // are listed again and an automatic deployment of this site is tried
+        // then.
+        waitForTheRun();
         return;
     }
     setupFileList();
     autoDeploy();
+}
+
+// The commit belongs to the current site's repository: only that site is
+// deployed for it once the run has ended, whatever is selected by then.
+void ViewController::waitForTheRun() {
+    if (currentSite)
+        m_autoDeployWaitingSite = currentSite->siteId();
 }
 
 void ViewController::autoDeploy() {
@@ -559,7 +556,7 @@ void ViewController::autoDeploy() {
     if (currentSite->deployBranch != checkOutedBranch())
         return;
     if (m_run) {
-        m_autoDeployWaiting = true;
+        waitForTheRun();
         return;
     }
     if (readiness() != DeployReadiness::Ready)

@@ -23,6 +23,7 @@
 namespace tw {
 
 class DeployRun;
+class HeadSettle;
 class SiteManager;
 class UserNotifier;
 
@@ -49,7 +50,7 @@ public:
     // State (read by the views; changed only here).
     SitePtr currentSite;
     std::optional<FileList> files; // absent when nothing can be listed
-    EmptyTableView* emptyTableViewContoller = nullptr;
+    EmptyTableView* emptyTableView = nullptr;
     std::unique_ptr<tw::VDKQueue> fileWatcherQueue;
     bool appInForeground = false;
 
@@ -60,7 +61,8 @@ public:
     // Loading and listing.
     void viewDidLoad();
     void setupFileList();
-    SitePtr loadCurrentSite() const;
+    // Gives every stored site without an id one first (see StoredSite).
+    SitePtr loadCurrentSite();
     bool checkCheckedOutBranch();
     // The branch checked out in the site's repository, or nothing (also for
     // a detached HEAD).
@@ -68,6 +70,9 @@ public:
     void switchBranchBtn();
     // The commit the listed files lead to (HEAD when they were listed).
     CommitPtr listedCommit() const { return m_listedCommit; }
+    // Its full id, resolved once per listing: the log line, the file list
+    // and the exported content all come from it.
+    QString listedCommitId() const { return m_listedCommitId; }
     // The site's last deployed commit is no longer in the repository (after
     // a rebase or a forced push): every file is listed, for a full deployment.
     bool lastDeployedCommitMissing() const { return m_lastDeployedMissing; }
@@ -147,6 +152,7 @@ private:
     void rowStatusChanged(qsizetype row);
     void showNotification(const RunSummary& summary);
     void headMoved();
+    void waitForTheRun();
 
     DeployView& m_view;
     std::unique_ptr<UserNotifier> m_notifier;
@@ -162,8 +168,9 @@ private:
     RunSummary m_lastSummary;
     bool m_loaded = false;
     ListingState m_listing = ListingState::None;
-    bool m_autoDeployWaiting = false; // HEAD moved while a run was under way
-    QTimer m_headSettle;              // HEAD's reflog changed; git may not be done
+    // The site whose HEAD moved while a run was under way.
+    std::optional<QString> m_autoDeployWaitingSite;
+    std::unique_ptr<HeadSettle> m_headSettle; // HEAD's reflog changed; git may not be done
     DeployReadiness m_readiness = DeployReadiness::NoSite;
 };
 

@@ -74,7 +74,7 @@ void WaitingFiles::mergeInto(FileList& list, const SitePtr& site, const QString&
             }
             if (!changedSince.contains(it->commit)) {
                 QSet<QString> changed;
-                const auto lines = manager.loadFilesfromCommit(it->commit, listedCommit);
+                const auto lines = manager.changedPathsBetween(it->commit, listedCommit);
                 for (const FilePtr& file : manager.createFileObjects(lines.value_or(QStringList())))
                     changed.insert(file->pathWithFilename.value_or(QString()));
                 changedSince.insert(it->commit, changed);

@@ -5,8 +5,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
-#include <QProcess>
+#include <QSet>
 
 namespace tw {
 
@@ -37,6 +38,10 @@ QHash<QString, Entry> blobsOf(const QByteArray& listing) {
     return blobs;
 }
 
+bool isLink(const Entry& entry) {
+    return entry.mode == "120000";
+}
+
 // The path a link's text names, seen from the link's folder, within the
 // commit; nothing when it leads out of it.
 std::optional<QString> linkTarget(const QString& linkPath, const QByteArray& text) {
@@ -59,52 +64,14 @@ std::optional<QString> linkTarget(const QString& linkPath, const QByteArray& tex
     return pieces.join(QLatin1Char('/'));
 }
 
-// Reads "<object> <type> <size>\n<content>\n" records of cat-file --batch.
-class BatchReader {
-public:
-    explicit BatchReader(QProcess& process)
-        : m_process(process) {}
-
-    // The next record's content, or nothing when the stream ended or broke.
-    std::optional<QByteArray> next() {
-        qsizetype lineEnd;
-        while ((lineEnd = m_buffer.indexOf('\n', m_offset)) < 0) {
-            if (!fill())
-                return std::nullopt;
-        }
-        const QList<QByteArray> header = m_buffer.mid(m_offset, lineEnd - m_offset).split(' ');
-        m_offset = lineEnd + 1;
-        if (header.size() != 3)
-            return std::nullopt; // "<object> missing"
-        bool ok = false;
-        const qsizetype size = header.at(2).toLongLong(&ok);
-        if (!ok || size < 0)
-            return std::nullopt;
-        while (m_buffer.size() - m_offset < size + 1) {
-            if (!fill())
-                return std::nullopt;
-        }
-        QByteArray content = m_buffer.mid(m_offset, size);
-        m_offset += size + 1;
-        if (m_offset > (1 << 20)) {
-            m_buffer.remove(0, m_offset);
-            m_offset = 0;
-        }
-        return content;
+QByteArray nulJoined(const QStringList& paths) {
+    QByteArray bytes;
+    for (const QString& path : paths) {
+        bytes += path.toUtf8();
+        bytes += '\0';
     }
-
-private:
-    bool fill() {
-        if (m_process.bytesAvailable() == 0 && !m_process.waitForReadyRead(-1))
-            return false;
-        m_buffer.append(m_process.readAllStandardOutput());
-        return true;
-    }
-
-    QProcess& m_process;
-    QByteArray m_buffer;
-    qsizetype m_offset = 0;
-};
+    return bytes;
+}
 
 } // namespace
 
@@ -122,6 +89,11 @@ QString CommitExport::pathOf(const QString& repositoryPath) const {
     return m_folder->path() + QLatin1Char('/') + repositoryPath;
 }
 
+// The files are written by git's own checkout (checkout-index from a private
+// index of the commit): content filters such as large-file storage's smudge
+// filter, end-of-line attributes and the like apply as they do in a checkout,
+// and the names go to git NUL-separated, whatever they hold. The repository's
+// own index is never touched.
 bool CommitExport::write(const QString& repository, const QString& commit, const QStringList& paths,
                          QString* error) {
     const auto fail = [error](const QString& text) {
@@ -147,86 +119,100 @@ bool CommitExport::write(const QString& repository, const QString& commit, const
                         .arg(commit, QString::fromUtf8(listing.standardError).trimmed()));
     const QHash<QString, Entry> blobs = blobsOf(listing.standardOutput);
 
-    // The object each path is exported from; links are followed (a few
-    // steps, within the commit) on the second pass, once their text is known.
-    QList<QByteArray> objects;
-    objects.reserve(paths.size());
+    // Files are checked out; a link becomes the file it names in the commit
+    // (a few steps, within the commit), checked out too, or keeps its own
+    // text when it names nothing there or leads out of the repository.
+    QStringList files;
+    QSet<QString> seen;
+    QHash<QString, QString> linkTargets;  // link path -> the file it leads to
+    QHash<QString, QByteArray> linkTexts; // link path -> its own text, when it leads nowhere
     for (const QString& path : paths) {
         const auto found = blobs.constFind(path);
         if (found == blobs.cend())
             return fail(QStringLiteral("%1 is no file of commit %2").arg(path, commit));
-        objects.append(found->object);
-    }
-
-    QProcess catFile;
-    catFile.setProgram(TWGit::gitPath());
-    catFile.setArguments(TWGit::fixedOptions() +
-                         QStringList{QStringLiteral("cat-file"), QStringLiteral("--batch")});
-    catFile.setWorkingDirectory(repository);
-    catFile.setProcessEnvironment(TWGit::environment());
-    catFile.start(QIODevice::ReadWrite);
-    if (!catFile.waitForStarted(-1))
-        return fail(QStringLiteral("git could not be started: ") + catFile.errorString());
-    QByteArray request;
-    for (const QByteArray& object : std::as_const(objects))
-        request += object + '\n';
-    catFile.write(request);
-    catFile.closeWriteChannel();
-
-    BatchReader reader(catFile);
-    const QDir root(m_folder->path());
-    QHash<QString, QByteArray> links; // path -> link text, resolved below
-    for (qsizetype i = 0; i < paths.size(); ++i) {
-        const std::optional<QByteArray> content = reader.next();
-        if (!content) {
-            catFile.kill();
-            catFile.waitForFinished();
-            return fail(QStringLiteral("git could not read %1 of commit %2").arg(paths.at(i), commit));
+        if (seen.contains(path))
+            continue;
+        seen.insert(path);
+        if (!isLink(*found)) {
+            files.append(path);
+            continue;
         }
-        if (blobs.value(paths.at(i)).mode == "120000")
-            links.insert(paths.at(i), *content);
-        const QString target = root.filePath(paths.at(i));
-        if (!root.mkpath(QFileInfo(target).path()))
-            return fail(QStringLiteral("cannot make the folder of %1").arg(target));
-        QFile file(target);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(*content) != content->size())
-            return fail(QStringLiteral("cannot write %1: %2").arg(target, file.errorString()));
-    }
-    catFile.waitForFinished(-1);
-
-    // A link becomes the file it names in the commit; its own text stays
-    // when it names nothing there (or leads out of the repository).
-    for (auto link = links.cbegin(); link != links.cend(); ++link) {
-        QString current = link.key();
-        QByteArray text = link.value();
-        std::optional<QByteArray> object;
+        const auto text = [&](const Entry& entry) {
+            return git.run(
+                {QStringLiteral("cat-file"), QStringLiteral("blob"), QString::fromLatin1(entry.object)},
+                repository);
+        };
+        const TWGit::Output own = text(*found);
+        if (!own.succeeded())
+            return fail(QStringLiteral("git could not read the link %1 of commit %2").arg(path, commit));
+        QString current = path;
+        QByteArray currentText = own.standardOutput;
         for (int step = 0; step < 8; ++step) {
-            const std::optional<QString> next = linkTarget(current, text);
+            const std::optional<QString> next = linkTarget(current, currentText);
             if (!next || !blobs.contains(*next))
                 break;
             const Entry entry = blobs.value(*next);
-            if (entry.mode != "120000") {
-                object = entry.object;
+            if (!isLink(entry)) {
+                linkTargets.insert(path, *next);
                 break;
             }
-            const TWGit::Output nextText = git.run(
-                {QStringLiteral("cat-file"), QStringLiteral("blob"), QString::fromLatin1(entry.object)},
-                repository);
+            const TWGit::Output nextText = text(entry);
             if (!nextText.succeeded())
                 break;
             current = *next;
-            text = nextText.standardOutput;
+            currentText = nextText.standardOutput;
         }
-        if (!object)
-            continue;
-        const TWGit::Output content = git.run(
-            {QStringLiteral("cat-file"), QStringLiteral("blob"), QString::fromLatin1(*object)}, repository);
-        if (!content.succeeded())
-            return fail(QStringLiteral("git could not read the file %1 links to").arg(link.key()));
-        QFile file(root.filePath(link.key()));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-            file.write(content.standardOutput) != content.standardOutput.size())
-            return fail(QStringLiteral("cannot write %1").arg(file.fileName()));
+        if (!linkTargets.contains(path))
+            linkTexts.insert(path, own.standardOutput);
+    }
+
+    // The link targets that were not asked for go to a folder of their own,
+    // beside the private index.
+    QTemporaryDir work(QDir::tempPath() + QStringLiteral("/tarnwell-index-XXXXXX"));
+    if (!work.isValid())
+        return fail(QStringLiteral("no private temporary folder could be made (%1)").arg(work.errorString()));
+    QStringList targets;
+    for (const QString& target : std::as_const(linkTargets)) {
+        if (!seen.contains(target) && !targets.contains(target))
+            targets.append(target);
+    }
+
+    QProcessEnvironment index;
+    index.insert(QStringLiteral("GIT_INDEX_FILE"), work.filePath(QStringLiteral("index")));
+    const TWGit::Output read = git.run({QStringLiteral("read-tree"), commit}, repository, {}, index);
+    if (!read.succeeded())
+        return fail(QStringLiteral("git could not read commit %1: %2")
+                        .arg(commit, QString::fromUtf8(read.standardError).trimmed()));
+    const auto checkOut = [&](const QStringList& wanted, const QString& into) {
+        if (wanted.isEmpty())
+            return true;
+        const TWGit::Output written =
+            git.run({QStringLiteral("checkout-index"), QStringLiteral("-f"), QStringLiteral("-z"),
+                     QStringLiteral("--stdin"), QStringLiteral("--prefix=") + into + QLatin1Char('/')},
+                    repository, nulJoined(wanted), index);
+        if (!written.succeeded())
+            return fail(QStringLiteral("git could not write the files of commit %1: %2")
+                            .arg(commit, QString::fromUtf8(written.standardError).trimmed()));
+        return true;
+    };
+    const QString targetsFolder = work.filePath(QStringLiteral("targets"));
+    if (!checkOut(files, m_folder->path()) || !checkOut(targets, targetsFolder))
+        return false;
+
+    const QDir root(m_folder->path());
+    for (auto link = linkTargets.cbegin(); link != linkTargets.cend(); ++link) {
+        const QString from = seen.contains(link.value()) ? pathOf(link.value())
+                                                         : targetsFolder + QLatin1Char('/') + link.value();
+        const QString to = root.filePath(link.key());
+        if (!root.mkpath(QFileInfo(to).path()) || !QFile::copy(from, to))
+            return fail(QStringLiteral("cannot write %1").arg(to));
+    }
+    for (auto link = linkTexts.cbegin(); link != linkTexts.cend(); ++link) {
+        const QString to = root.filePath(link.key());
+        QFile file(to);
+        if (!root.mkpath(QFileInfo(to).path()) || !file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            file.write(link.value()) != link.value().size())
+            return fail(QStringLiteral("cannot write %1").arg(to));
     }
     return true;
 }

@@ -10,10 +10,11 @@
 namespace tw {
 
 // Files of a repository as they are in one commit, written into a private
-// temporary folder (0700) for a deployment to upload: byte for byte as
-// committed, whatever the working folder holds (uncommitted edits never
-// reach the server under a commit's name) and whatever the person's git
-// configuration would convert. The folder and its files go when the object
+// temporary folder (0700) for a deployment to upload: as a checkout of that
+// commit writes them (content filters such as a large-file store's smudge
+// filter and end-of-line attributes apply; the person's core.autocrlf does
+// not), whatever the working folder holds: uncommitted edits never reach the
+// server under a commit's name. The folder and its files go when the object
 // does.
 //
 // A symbolic link in the commit is exported as the file it points to within

@@ -194,15 +194,19 @@ std::optional<BranchSummary> SiteManager::getBranches() const {
 }
 
 std::optional<CommitList> SiteManager::getCommits() const {
+    return getCommits(QStringLiteral("HEAD"));
+}
+
+std::optional<CommitList> SiteManager::getCommits(const QString& tip) const {
     const auto folder = resolveBookmark();
     if (!folder)
         return std::nullopt;
-    auto commits = git.getCommitsAtPath(*folder);
+    auto commits = git.getCommitsAtPath(*folder, tip);
     stopAccessingSecurityScopedResource(*folder);
     return commits;
 }
 
-std::optional<QStringList> SiteManager::loadFilesfromCommit(const QString& fromCommit,
+std::optional<QStringList> SiteManager::changedPathsBetween(const QString& fromCommit,
                                                             const QString& toCommit) const {
     const auto folder = resolveBookmark();
     if (!folder)
@@ -213,19 +217,28 @@ std::optional<QStringList> SiteManager::loadFilesfromCommit(const QString& fromC
 }
 
 std::optional<FileList> SiteManager::loadFilesFromCommit(const QString& commit) const {
+    return loadFilesFromCommit(commit, QStringLiteral("HEAD"));
+}
+
+std::optional<FileList> SiteManager::loadFilesFromCommit(const QString& commit,
+                                                         const QString& toCommit) const {
     const auto folder = resolveBookmark();
     if (!folder)
         return std::nullopt;
-    const auto lines = git.loadFilesAtPath(*folder, commit);
+    const auto lines = git.loadFilesAtPath(*folder, commit, toCommit);
     stopAccessingSecurityScopedResource(*folder);
     return lines ? createFileObjects(*lines) : FileList();
 }
 
 std::optional<FileList> SiteManager::getAllFiles() const {
+    return getAllFiles(QStringLiteral("HEAD"));
+}
+
+std::optional<FileList> SiteManager::getAllFiles(const QString& commit) const {
     const auto folder = resolveBookmark();
     if (!folder)
         return std::nullopt;
-    const auto paths = git.getAllFileAtPath(*folder);
+    const auto paths = git.getAllFileAtPath(*folder, commit);
     stopAccessingSecurityScopedResource(*folder);
     if (!paths)
         return FileList();

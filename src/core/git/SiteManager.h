@@ -61,16 +61,22 @@ public:
     // The branch checked out, or nothing (a detached HEAD, no repository).
     std::optional<QString> currentBranch() const;
     std::optional<CommitList> getCommits() const;
+    // The history of one commit (a full id), newest first.
+    std::optional<CommitList> getCommits(const QString& tip) const;
     // The full id of HEAD, or nothing.
     std::optional<QString> headCommit() const;
     // Whether the id names a commit of the repository.
     bool commitExists(const QString& commitId) const;
     // The raw "letter<TAB>path" entries of what differs between two commits.
-    std::optional<QStringList> loadFilesfromCommit(const QString& fromCommit, const QString& toCommit) const;
-    // The files that differ between a commit and HEAD (a later deployment).
+    std::optional<QStringList> changedPathsBetween(const QString& fromCommit, const QString& toCommit) const;
+    // The files that differ between a commit and HEAD, or the given commit
+    // (a later deployment).
     std::optional<FileList> loadFilesFromCommit(const QString& commit) const;
-    // Every file of HEAD as committed (a first deployment).
+    std::optional<FileList> loadFilesFromCommit(const QString& commit, const QString& toCommit) const;
+    // Every file of HEAD, or of the given commit, as committed (a first
+    // deployment).
     std::optional<FileList> getAllFiles() const;
+    std::optional<FileList> getAllFiles(const QString& commit) const;
     // Checks out the branch with the own git. A name git would refuse, or one
     // holding shell metacharacters or white space, is never run: nothing
     // happens and the system log says why.

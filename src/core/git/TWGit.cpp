@@ -46,7 +46,9 @@ QString TWGit::build(const QString& arguments) {
 // Whatever the person's configuration says: no colours or columns (they put
 // escape codes and several names on one line), paths as they are (not quoted
 // with octal escapes), no end-of-line conversion, no pager, signatures and
-// relative paths off, untracked files shown by the status.
+// relative paths off, untracked files shown by the status, and abbreviated
+// commit ids of 7 digits (the id the server's record and the site keep; git
+// still lengthens one that would be ambiguous).
 QStringList TWGit::fixedOptions() {
     static const QStringList options{
         QStringLiteral("--no-pager"),
@@ -56,6 +58,8 @@ QStringList TWGit::fixedOptions() {
         QStringLiteral("column.ui=never"),
         QStringLiteral("-c"),
         QStringLiteral("core.quotePath=false"),
+        QStringLiteral("-c"),
+        QStringLiteral("core.abbrev=7"),
         QStringLiteral("-c"),
         QStringLiteral("core.autocrlf=false"),
         QStringLiteral("-c"),
@@ -85,7 +89,8 @@ QProcessEnvironment TWGit::environment() {
     return environment;
 }
 
-TWGit::Output TWGit::run(const QStringList& arguments, const QString& folder, const QByteArray& input) const {
+TWGit::Output TWGit::run(const QStringList& arguments, const QString& folder, const QByteArray& input,
+                         const QProcessEnvironment& extraVariables) const {
     const QString command = build(arguments.join(QLatin1Char(' ')));
     SystemLog::write(QStringLiteral("TARNWELL - command: ") + command);
 
@@ -94,7 +99,9 @@ TWGit::Output TWGit::run(const QStringList& arguments, const QString& folder, co
     git.setProgram(gitPath());
     git.setArguments(fixedOptions() + arguments);
     git.setWorkingDirectory(folder);
-    git.setProcessEnvironment(environment());
+    QProcessEnvironment variables = environment();
+    variables.insert(extraVariables);
+    git.setProcessEnvironment(variables);
     if (input.isEmpty())
         git.setStandardInputFile(QProcess::nullDevice());
     if (!QFileInfo(folder).isDir()) {
@@ -243,8 +250,14 @@ bool TWGit::isRepoDirtyAtPath(const QString& folder) const {
 // are listed too, since their committed content is what a deployment sends.
 // Submodules are no files of this repository and are left out.
 std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder) const {
+    return getAllFileAtPath(folder, QStringLiteral("HEAD"));
+}
+
+std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder, const QString& commit) const {
+    if (commit != u"HEAD" && refuseCommitIds({commit}))
+        return std::nullopt;
     const Output output = run({QStringLiteral("ls-tree"), QStringLiteral("-r"), QStringLiteral("-z"),
-                               QStringLiteral("--full-tree"), QStringLiteral("HEAD")},
+                               QStringLiteral("--full-tree"), commit},
                               folder);
     if (!output.succeeded())
         return std::nullopt;
@@ -265,9 +278,16 @@ std::optional<QStringList> TWGit::getAllFileAtPath(const QString& folder) const 
 }
 
 std::optional<CommitList> TWGit::getCommitsAtPath(const QString& folder) const {
-    const Output output = run({QStringLiteral("log"), QStringLiteral("-z"), QStringLiteral("--no-color"),
-                               QStringLiteral("--pretty=format:%h%x09%an%x09%ar%x09%s")},
-                              folder);
+    return getCommitsAtPath(folder, QStringLiteral("HEAD"));
+}
+
+std::optional<CommitList> TWGit::getCommitsAtPath(const QString& folder, const QString& tip) const {
+    if (tip != u"HEAD" && refuseCommitIds({tip}))
+        return std::nullopt;
+    const Output output =
+        run({QStringLiteral("log"), QStringLiteral("-z"), QStringLiteral("--no-color"),
+             QStringLiteral("--pretty=format:%h%x09%an%x09%ar%x09%s"), tip, QStringLiteral("--")},
+            folder);
     if (!output.succeeded() || output.standardOutput.isEmpty())
         return std::nullopt;
     CommitList commits;

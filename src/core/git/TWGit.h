@@ -49,8 +49,10 @@ public:
         bool succeeded() const { return ran && exitCode == 0; }
     };
     // Runs git with the fixed options and the arguments in the folder, the
-    // input on its standard input. Writes the command to the system log.
-    Output run(const QStringList& arguments, const QString& folder, const QByteArray& input = {}) const;
+    // input on its standard input, in environment() with the given variables
+    // added. Writes the command to the system log.
+    Output run(const QStringList& arguments, const QString& folder, const QByteArray& input = {},
+               const QProcessEnvironment& extraVariables = {}) const;
 
     static bool isGitDirectory(const QString& folder);
     // Every local branch and the one checked out; nothing without a checked
@@ -67,10 +69,13 @@ public:
     static bool isUpdatingRefs(const QString& folder, const QString& branch);
     bool isRepoDirtyAtPath(const QString& folder) const;
     QStringList uncommittedPaths(const QString& folder) const;
-    // Every file of the commit checked out (HEAD), as committed.
+    // Every file of the commit checked out (HEAD), or of the given commit,
+    // as committed.
     std::optional<QStringList> getAllFileAtPath(const QString& folder) const;
-    // Newest first.
+    std::optional<QStringList> getAllFileAtPath(const QString& folder, const QString& commit) const;
+    // Newest first: the history of HEAD, or of the given commit.
     std::optional<CommitList> getCommitsAtPath(const QString& folder) const;
+    std::optional<CommitList> getCommitsAtPath(const QString& folder, const QString& tip) const;
     // "letter<TAB>path" entries of the files that differ between two commits
     // (the second defaults to HEAD), paths as they are.
     std::optional<QStringList> loadFilesAtPath(const QString& folder, const QString& fromCommit,

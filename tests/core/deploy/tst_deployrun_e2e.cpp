@@ -6,12 +6,19 @@
 #include "ScriptedDeployView.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
+#include "deploy/DeployRun.h"
+#include "deploy/NotificationHub.h"
 #include "deploy/ViewController.h"
+#include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
+#include <QCborArray>
+#include <QCborMap>
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
@@ -94,6 +101,32 @@ private slots:
         QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
     }
 
+    // A server without a record, for a site that names a last deployed
+    // commit, gets only what changed since that commit: the missing record
+    // is "no record yet", not a server to fill anew.
+    void missingRecordDeploysOnlyTheChanges() {
+        test::GitRepository repo;
+        repo.write(u"old.html"_s, "old");
+        repo.commitAll(u"first"_s);
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QVERIFY(deploy(controller).outcome == DeployOutcome::Deployed);
+        QDir(www()).removeRecursively(); // the server was emptied
+        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
+        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+
+        repo.write(u"new.html"_s, "new");
+        const QString second = repo.commitAll(u"second"_s);
+        controller.setupFileList();
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QVERIFY(view.alerts.isEmpty());
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"new.html"_s}));
+        QVERIFY(record().startsWith(QByteArray(second.toUtf8() + ',')));
+    }
+
     // The deployed site is found by its id: selecting or moving sites while
     // it runs changes nothing of where its commit is written.
     void deployedSiteSavedByIdWhateverIsSelected() {
@@ -127,6 +160,54 @@ private slots:
         QCOMPARE(Preferences::instance().integerValue(u"currentSiteIndex"_s), 1);
     }
 
+    // A stored site without an id (as older releases stored it) gets one,
+    // stored, when it is loaded: the run saves its deployed commit to it.
+    void siteWithoutAnIdIsSavedAfterItsDeployment() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"first"_s);
+        QCborMap archived = test::ftpSite(repo, *m_ftp)->encode();
+        archived.remove(u"siteId"_s);
+        Preferences::instance().setValue(u"sites"_s, QCborValue(QCborArray{archived}).toCbor());
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        QVERIFY(!Sites().loadAll()->first()->hasSiteId());
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        TWPasswords::setPassword(test::FtpServer::password(), controller.currentSite->siteId());
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        const SiteList stored = *Sites().loadAll();
+        QCOMPARE(stored.size(), 1);
+        QVERIFY(stored.first()->hasSiteId());
+        QCOMPARE(stored.first()->siteId(), controller.currentSite->siteId());
+        QVERIFY(stored.first()->lastCommitDeployed);
+        QCOMPARE(stored.first()->lastCommitDeployed->sha1, commit);
+    }
+
+    // A site that cannot be saved after its deployment (it was deleted
+    // meanwhile) is no success: the files and the record are on the server,
+    // and the message says the site could not be saved.
+    void siteThatCannotBeSavedIsNoSuccess() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        const QString commit = repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        Sites().storeWithSites({}); // deleted while it deploys
+        const Attempt attempt = waitForEnd(ended);
+        QVERIFY(attempt.outcome != DeployOutcome::Deployed);
+        QVERIFY2(attempt.message.contains(u"could not be saved"_s), qPrintable(attempt.message));
+        QVERIFY(record().startsWith(QByteArray(commit.toUtf8() + ',')));
+        QVERIFY(QFile::exists(www() + u"/index.html"_s));
+        QCOMPARE(view.messages(), QStringList{u"An error occured!"_s});
+    }
+
     // While a question about the server's record is open, neither a commit
     // nor the Deploy button starts a second attempt; the commit is taken up
     // once the question is answered.
@@ -152,7 +233,7 @@ private slots:
         const QString newest = repo.commitAll(u"two"_s);
         commitWritten(controller, repo);
         controller.deployButton();
-        QTest::qWait(300);
+        QTest::qWait(2000); // ten times the wait for git to settle after HEAD moved
         QCOMPARE(view.alerts.size(), 1);
         QCOMPARE(ended.count(), 0);
 
@@ -220,6 +301,44 @@ private slots:
         QVERIFY(QFile::exists(www() + u"/b.txt"_s));
     }
 
+    // A commit seen during a run is deployed afterwards only for the site
+    // whose repository it came from: when another site is selected
+    // meanwhile, that one is not deployed because of it.
+    void commitDuringARunDeploysNoOtherSite() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr first = test::ftpSite(repo, *m_ftp);
+        first->autoDeploy = true;
+        first->preDeployScriptLocal = u"sleep 1"_s;
+        test::GitRepository otherRepo;
+        otherRepo.write(u"b.txt"_s, "2");
+        otherRepo.commitAll(u"one"_s);
+        SitePtr other = test::ftpSite(otherRepo, *m_ftp, u"other/"_s);
+        other->autoDeploy = true;
+        test::storeSites({first, other});
+        QDir(m_ftp->homeFolder() + u"/other"_s).removeRecursively();
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        QTest::qWait(100);
+        repo.write(u"c.txt"_s, "3");
+        repo.commitAll(u"two"_s);
+        commitWritten(controller, repo);
+        QTest::qWait(600); // the commit is seen (and waits for the run)
+        QVERIFY(controller.isDeploying());
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 1);
+        QCOMPARE(controller.currentSite->siteId(), other->siteId());
+        QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
+        QTest::qWait(2000);
+        QCOMPARE(ended.count(), 1);
+        QVERIFY(!controller.isDeploying());
+        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/other/.tarnwell"_s));
+    }
+
     // A record that cannot be written is no success: the files are on the
     // server, the outcome says the record is missing, and the site keeps
     // the commit it had.
@@ -279,11 +398,21 @@ private slots:
             return qsizetype(-1);
         };
         controller.updateCheckboxes(false, {rowIndex(u"b.txt"_s, u"A"_s), rowIndex(u".htaccess"_s, u"-"_s)});
+        const auto storedAlwaysUploaded = [] {
+            QStringList paths;
+            const SiteList stored = *Sites().loadAll();
+            for (const FilePtr& entry : *stored.first()->mandatoryFiles)
+                paths.append(entry->pathWithFilename.value_or(QString()) +
+                             (entry->willUpload ? u""_s : u" (unchecked)"_s));
+            return paths;
+        };
+        QCOMPARE(storedAlwaysUploaded(), QStringList{u".htaccess"_s});
         QSignalSpy ended(&controller, &ViewController::deploymentEnded);
         controller.deployButton();
         QVERIFY(waitForEnd(ended).outcome == DeployOutcome::Deployed);
         QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 1);
         QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s}));
+        QCOMPARE(storedAlwaysUploaded(), QStringList{u".htaccess"_s});
 
         // Listed again, unchecked; the always-uploaded entry is checked again.
         QVERIFY(rowOf(u"b.txt"_s) && !rowOf(u"b.txt"_s)->willUpload);
@@ -308,6 +437,189 @@ private slots:
         QCOMPARE(ended.first().at(2).value<RunSummary>().waiting, 0);
     }
 
+    // Listed files whose commit has no resolved id are never sent from the
+    // working folder under that commit's record: the run fails, nothing is
+    // sent.
+    void listedFilesWithoutACommitIdFailTheRun() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "committed");
+        const QString head = repo.commitAll(u"first"_s);
+        repo.write(u"index.html"_s, "edited, not committed");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        test::storeSites({site});
+
+        DeployRun::Plan plan;
+        plan.site = site->copy();
+        const FilePtr row = File::initWithPath(u"index.html"_s);
+        row->gitStatus = u"A"_s;
+        plan.rows = {row};
+        plan.commit = std::make_shared<Commit>();
+        plan.commit->sha1 = head;
+        test::ScriptedDeployView view;
+        DeployRun run(view, plan);
+        QSignalSpy ended(&run, &DeployRun::ended);
+        run.start();
+        QTRY_COMPARE_WITH_TIMEOUT(ended.count(), 1, 30000);
+        QCOMPARE(int(ended.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Failed));
+        const QString message = ended.first().at(1).toString();
+        QVERIFY2(message.contains(head) && message.contains(u"Nothing was sent"_s), qPrintable(message));
+        QCOMPARE(test::tree(www()), QStringList());
+    }
+
+    // The counts the progress display and the command line receive are the
+    // transfers really made: waiting rows, an always-uploaded folder's own
+    // row and a file listed twice are none, and "remaining" ends at 0.
+    void countsEndWithNothingRemaining() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "a");
+        repo.write(u"b.txt"_s, "b");
+        repo.write(u"c.txt"_s, "c");
+        repo.commitAll(u"one"_s);
+        repo.write(u"dist/x.js"_s, "x"); // built, not committed
+        repo.write(u"dist/y.js"_s, "y");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->mandatoryFiles = std::make_shared<FileList>(
+            FileList{File::initWithPath(u"dist"_s), File::initWithPath(u"a.txt"_s)});
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        qsizetype b = -1;
+        for (qsizetype i = 0; i < controller.files->size(); ++i) {
+            if (controller.files->at(i)->pathWithFilename == u"b.txt"_s)
+                b = i;
+        }
+        controller.updateCheckboxes(false, {b});
+
+        QList<QPair<QString, QString>> counts; // remaining, total
+        const auto connection = connect(&NotificationHub::instance(), &NotificationHub::remainingStatus, this,
+                                        [&](const QVariantMap& userInfo) {
+                                            counts.append({userInfo.value(u"remaining"_s).toString(),
+                                                           userInfo.value(u"total"_s).toString()});
+                                        });
+        auto disconnect = qScopeGuard([&] { QObject::disconnect(connection); });
+        QSignalSpy progress(&controller, &ViewController::progressChanged);
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()),
+                 (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s, u"dist/x.js"_s, u"dist/y.js"_s}));
+        QCOMPARE(counts.size(), 4);
+        QCOMPARE(counts.last(), (QPair<QString, QString>(u"0"_s, u"4"_s)));
+        QVERIFY(!progress.isEmpty());
+        QCOMPARE(progress.last().at(0).toLongLong(), 4);
+        QCOMPARE(progress.last().at(1).toLongLong(), 4);
+        QCOMPARE(controller.lastRunSummary().total, 4);
+    }
+
+    // The private export of the deployed commit goes with its run, whatever
+    // way the run ends: sent, failed or aborted.
+    void exportedFilesGoWithTheRun() {
+        QTemporaryDir temporary;
+        const QByteArray previous = qgetenv("TMPDIR");
+        qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+        auto restore = qScopeGuard([&] {
+            if (previous.isEmpty())
+                qunsetenv("TMPDIR");
+            else
+                qputenv("TMPDIR", previous);
+        });
+        const auto exports = [&] {
+            return QDir(temporary.path())
+                .entryList({u"tarnwell-export-*"_s, u"tarnwell-index-*"_s}, QDir::AllEntries | QDir::Hidden);
+        };
+        test::GitRepository repo;
+        for (int i = 0; i < 20; ++i)
+            repo.write(u"page%1.html"_s.arg(i), QByteArray(20000, 'x'));
+        repo.commitAll(u"first"_s);
+
+        for (const DeployOutcome expected :
+             {DeployOutcome::Deployed, DeployOutcome::Failed, DeployOutcome::Aborted}) {
+            test::storeSites({test::ftpSite(repo, *m_ftp)}); // never deployed: every file is sent
+            QDir(www()).removeRecursively();
+            if (expected == DeployOutcome::Failed)
+                QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+            test::ScriptedDeployView view;
+            ViewController controller(view);
+            controller.viewDidLoad();
+            QStringList duringTheRun;
+            connect(&controller, &ViewController::progressChanged, this, [&](qsizetype done) {
+                if (done == 0)
+                    duringTheRun = exports();
+            });
+            if (expected == DeployOutcome::Aborted)
+                connect(
+                    &controller, &ViewController::progressChanged, &controller,
+                    [&](qsizetype done) {
+                        if (done == 0)
+                            controller.abortDeploy();
+                    },
+                    Qt::QueuedConnection);
+            const Attempt attempt = deploy(controller);
+            QCOMPARE(int(attempt.outcome), int(expected));
+            QCOMPARE(duringTheRun.size(), 1); // the export, while the files were sent
+            QTRY_COMPARE(exports(), QStringList());
+        }
+    }
+
+    // A sync root of "/" is the whole repository: remote paths keep every
+    // folder.
+    void syncRootOfSlashKeepsRemotePathsWhole() {
+        test::GitRepository repo;
+        repo.write(u"top.html"_s, "top");
+        repo.write(u"a/b/deep.html"_s, "deep");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->syncRootPath = u"/"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a/b/deep.html"_s, u"top.html"_s}));
+        QCOMPARE(test::readFile(www() + u"/a/b/deep.html"_s), QByteArray("deep"));
+    }
+
+    // A retry after a failed run lists and sends each always-uploaded file
+    // once.
+    void retryListsAlwaysUploadedFilesOnce() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        repo.write(u"dist/app.js"_s, "built");
+        repo.write(u"robots.txt"_s, "all");
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->mandatoryFiles = std::make_shared<FileList>(
+            FileList{File::initWithPath(u"dist"_s), File::initWithPath(u"robots.txt"_s)});
+        test::storeSites({site});
+        QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const auto alwaysUploadedRows = [&] {
+            QStringList rows;
+            for (const FilePtr& file : *controller.files) {
+                if (file->gitStatus == u"-"_s)
+                    rows.append(file->pathWithFilename.value_or(QString()));
+            }
+            return rows;
+        };
+        const QStringList listed{u"dist"_s, u"robots.txt"_s};
+        QCOMPARE(alwaysUploadedRows(), listed);
+        QCOMPARE(int(deploy(controller).outcome), int(DeployOutcome::Failed));
+        QCOMPARE(alwaysUploadedRows(), listed);
+
+        QDir(www()).removeRecursively();
+        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        controller.deployButton();
+        const Attempt attempt = waitForEnd(ended);
+        QVERIFY2(attempt.outcome == DeployOutcome::Deployed, qPrintable(attempt.message));
+        QCOMPARE(ended.first().at(2).value<RunSummary>().uploads, 3);
+        QCOMPARE(test::tree(www()),
+                 (QStringList{u".tarnwell"_s, u"dist/app.js"_s, u"index.html"_s, u"robots.txt"_s}));
+        QCOMPARE(alwaysUploadedRows(), listed);
+    }
+
     // A repository folder that is gone by the time the files are queued
     // fails the run with a message; nothing hangs.
     void vanishedRepositoryFolderFailsTheRun() {
@@ -324,6 +636,49 @@ private slots:
         QCOMPARE(int(attempt.outcome), int(DeployOutcome::Failed));
         QVERIFY2(attempt.message.contains(u"is gone"_s), qPrintable(attempt.message));
         QCOMPARE(test::tree(www()), QStringList());
+    }
+
+    // A failed or timed-out script ends the run with its output and its exit
+    // status (or the time-out) shown: under the alert's details, and in the
+    // message the command line prints.
+    void failedScriptShowsItsOutputAndStatus() {
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->preDeployScriptLocal = u"echo visible-output; echo on-stderr >&2; exit 3"_s;
+        test::storeSites({site});
+        {
+            test::ScriptedDeployView view;
+            ViewController controller(view);
+            controller.viewDidLoad();
+            const Attempt attempt = deploy(controller);
+            QCOMPARE(int(attempt.outcome), int(DeployOutcome::ScriptFailed));
+            QCOMPARE(view.messages(), QStringList{u"An error occured when running script"_s});
+            const AlertRequest& alert = view.alerts.first();
+            QCOMPARE(alert.informativeText, u"Check the log file for syntax errors and such."_s);
+            for (const QString& shown : {alert.detailedText, attempt.message}) {
+                QVERIFY2(shown.contains(u"exit status 3"_s), qPrintable(shown));
+                QVERIFY2(shown.contains(u"visible-output"_s), qPrintable(shown));
+                QVERIFY2(shown.contains(u"on-stderr"_s), qPrintable(shown));
+            }
+            QCOMPARE(test::tree(www()), QStringList());
+        }
+
+        Preferences::instance().setInteger(u"scriptTimeout"_s, 1);
+        site->preDeployScriptLocal.reset();
+        site->postDeployScriptLocal = u"echo post-started; sleep 30"_s;
+        test::storeSites({site});
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        const Attempt attempt = deploy(controller);
+        QCOMPARE(int(attempt.outcome), int(DeployOutcome::ScriptFailed));
+        for (const QString& shown : {view.alerts.first().detailedText, attempt.message}) {
+            QVERIFY2(shown.contains(u"did not end within 1 seconds"_s), qPrintable(shown));
+            QVERIFY2(shown.contains(u"post-started"_s), qPrintable(shown));
+        }
+        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s)); // the files were sent, no record
     }
 
     // The display is kept awake for a run and let go whatever way it ends.

@@ -69,6 +69,22 @@ private:
     int m_slave = -1;
 };
 
+// Whether a process runs (a zombie no longer does).
+bool running(qint64 pid) {
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray text = stat.readAll();
+    const qsizetype close = text.lastIndexOf(')');
+    return close > 0 && text.size() > close + 2 && text.at(close + 2) != 'Z';
+}
+
+// The pid a script printed as "bg <pid>".
+qint64 backgroundPid(const QString& output) {
+    const qsizetype at = output.indexOf(u"bg "_s);
+    return at < 0 ? 0 : output.mid(at + 3).section(u'\n', 0, 0).toLongLong();
+}
+
 } // namespace
 
 class TestScriptRunner : public QObject {
@@ -207,6 +223,36 @@ private slots:
                  qPrintable(outcome.error->localizedDescription));
         QCOMPARE(outcome.result, u"started\n"_s);
         Preferences::instance().remove(u"scriptTimeout"_s);
+    }
+
+    // What a script started in the background ends with it, at the time-out
+    // and when the run is abandoned (an abort destroys the runner).
+    void everythingAScriptStartedEndsWithIt() {
+        test::TestEnvironment::resetPreferences();
+        Preferences::instance().setInteger(u"scriptTimeout"_s, 1);
+        const QString script = u"sleep 300 & echo \"bg $!\"; sleep 300"_s;
+        {
+            ScriptRunner runner;
+            Outcome outcome;
+            std::optional<Error> error;
+            QVERIFY(runner.run(script, &error, outcome.completion()));
+            QTRY_COMPARE_WITH_TIMEOUT(outcome.calls, 1, 20000);
+            QCOMPARE(outcome.error->code, qint64(ScriptRunnerError::TimedOut));
+            const qint64 pid = backgroundPid(outcome.result);
+            QVERIFY2(pid > 0, qPrintable(outcome.result));
+            QTRY_VERIFY_WITH_TIMEOUT(!running(pid), 5000);
+        }
+        Preferences::instance().remove(u"scriptTimeout"_s);
+        qint64 pid = 0;
+        {
+            ScriptRunner runner;
+            Outcome outcome;
+            std::optional<Error> error;
+            QVERIFY(runner.run(script, &error, outcome.completion()));
+            QTRY_VERIFY_WITH_TIMEOUT((pid = backgroundPid(runner.output())) > 0, 20000);
+            QVERIFY(running(pid));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!running(pid), 5000);
     }
 };
 

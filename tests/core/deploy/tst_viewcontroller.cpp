@@ -2,10 +2,16 @@
 #include "ScriptedDeployView.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
+#include "app/ToolPaths.h"
 #include "deploy/ViewController.h"
+#include "git/TWGit.h"
 #include "model/Sites.h"
 
+#include <QElapsedTimer>
+#include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tw;
@@ -74,6 +80,87 @@ private slots:
         QCOMPARE(attempts.count(), 0); // once git has settled
         QTRY_COMPARE(attempts.count(), 1);
         QCOMPARE(controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
+    }
+
+    // A lock git left behind (a crashed git, an editor's) delays an
+    // automatic deployment for a while, not for ever.
+    void staleLockDelaysAutomaticDeploymentOnlyAWhile() {
+        test::GitRepository repo;
+        repo.write(u"a"_s, "1");
+        repo.commitAll(u"one"_s);
+        SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
+        s->autoDeploy = true;
+        Sites().storeWithSites({s});
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+        QFile lock(repo.path() + u"/.git/index.lock"_s);
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.close();
+
+        QElapsedTimer waited;
+        waited.start();
+        controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileWrittenToNotification"_s,
+                            repo.path() + u"/.git/logs/HEAD"_s);
+        QTest::qWait(1000);
+        QCOMPARE(attempts.count(), 0); // git may still be at work
+        QTRY_COMPARE_WITH_TIMEOUT(attempts.count(), 1, 30000);
+        QVERIFY2(waited.elapsed() >= 9000, qPrintable(QString::number(waited.elapsed())));
+    }
+
+    // A commit that lands while the list is built (automatic deployment
+    // lists as soon as HEAD moves) never mixes two commits: the commit
+    // listed, the files listed and the commit whose content is exported are
+    // one and the same.
+    void aCommitWhileListingNeverMixesTwoCommits() {
+        test::GitRepository repo;
+        repo.write(u"a.txt"_s, "1");
+        const QString first = repo.commitAll(u"one"_s);
+        Sites().storeWithSites({site(repo.path())});
+        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+
+        // The program's git, which lets a second commit land right after the
+        // program's first look at HEAD.
+        QTemporaryDir tools;
+        const QString mark = tools.filePath(u"commit-once"_s);
+        QFile script(tools.filePath(u"git"_s));
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write(
+            QStringLiteral("#!/bin/sh\n"
+                           "'%1' \"$@\"; status=$?\n"
+                           "case \" $* \" in *' rev-parse '*|*' log '*)\n"
+                           "  if [ -e '%2' ]; then rm -f '%2'; cd '%3' && echo 2 > b.txt &&\n"
+                           "    '%1' add b.txt && '%1' -c user.name=T -c user.email=t@example.invalid "
+                           "commit -qm two; fi >/dev/null 2>&1 ;;\n"
+                           "esac\n"
+                           "exit $status\n")
+                .arg(TWGit::gitPath(), mark, repo.path())
+                .toUtf8());
+        script.close();
+        QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QFile(mark).open(QIODevice::WriteOnly);
+        ToolPaths::setToolsDirectory(tools.path());
+        auto restore = qScopeGuard([] { ToolPaths::setToolsDirectory(std::nullopt); });
+
+        test::ScriptedDeployView view;
+        ViewController controller(view);
+        controller.viewDidLoad();
+        QVERIFY(!QFile::exists(mark));
+        QVERIFY(repo.head() != first); // the second commit landed meanwhile
+
+        QVERIFY(controller.listedCommit() && controller.files);
+        const QString listed = controller.listedCommit()->sha1.value_or(QString());
+        QVERIFY2(controller.listedCommitId().startsWith(listed),
+                 qPrintable(listed + u" / "_s + controller.listedCommitId()));
+        QStringList files;
+        for (const FilePtr& file : *controller.files)
+            files.append(file->pathWithFilename.value_or(QString()));
+        files.sort();
+        const QStringList inCommit =
+            repo.git({u"ls-tree"_s, u"-r"_s, u"--name-only"_s, controller.listedCommitId()}).split(u'\n');
+        QCOMPARE(files, inCommit);
     }
 
     // Another branch checked out: no run starts, not even for the always

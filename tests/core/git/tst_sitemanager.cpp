@@ -137,7 +137,7 @@ private slots:
         ignore(site, {u"css/"_s});
         QCOMPARE(summary(manager.loadFilesFromCommit(first)),
                  (QStringList{u"M index.html"_s, u"D old/page.html"_s}));
-        QCOMPARE(manager.loadFilesfromCommit(first, second)->size(), 3);
+        QCOMPARE(manager.changedPathsBetween(first, second)->size(), 3);
 
         // A commit the repository no longer has is told apart from one without changes.
         QVERIFY(manager.commitExists(first));
@@ -154,7 +154,7 @@ private slots:
             QVERIFY(!manager.resolveBookmark());
             QVERIFY(!manager.getAllFiles());
             QVERIFY(!manager.loadFilesFromCommit(u"abcdef1"_s));
-            QVERIFY(!manager.loadFilesfromCommit(u"abcdef1"_s, u"abcdef2"_s));
+            QVERIFY(!manager.changedPathsBetween(u"abcdef1"_s, u"abcdef2"_s));
             QVERIFY(!manager.getBranches());
             QVERIFY(!manager.getCommits());
             QVERIFY(!manager.currentBranch());

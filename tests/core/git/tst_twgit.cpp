@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,7 +30,7 @@ const QStringList oddNames{u"caf\u00e9.html"_s,    u"\u65e5\u672c\u8a9e/\u7d22\u
 // Settings people have in their ~/.gitconfig that change what git prints.
 const char hostileConfiguration[] = "[color]\n\tui = always\n"
                                     "[column]\n\tui = always\n"
-                                    "[core]\n\tquotePath = true\n\tautocrlf = true\n"
+                                    "[core]\n\tquotePath = true\n\tautocrlf = true\n\tabbrev = 12\n"
                                     "[diff]\n\tnoprefix = true\n\trenames = copies\n\trelative = true\n"
                                     "[log]\n\tshowSignature = true\n\tdecorate = full\n"
                                     "[status]\n\tshort = true\n\tbranch = true\n\tshowUntrackedFiles = no\n"
@@ -192,15 +193,49 @@ private slots:
 
         QVERIFY(!exported.write(repo.path(), first, {u"no/such/file"_s}, &error));
         QVERIFY2(error.contains(u"no/such/file"_s), qPrintable(error));
-        const QString folder = exported.folder();
+        QString goneFolder;
         {
             CommitExport gone;
             QVERIFY(gone.write(repo.path(), first, {u"site/index.html"_s}, &error));
             QVERIFY(QFile::exists(gone.pathOf(u"site/index.html"_s)));
-            QVERIFY(!QFile::exists(folder + u"x"_s));
-            const QString goneFolder = gone.folder();
+            goneFolder = gone.folder();
             QVERIFY(QDir(goneFolder).exists());
         }
+        QVERIFY(!goneFolder.isEmpty());
+        QVERIFY(!QFileInfo::exists(goneFolder));
+    }
+
+    // A file is exported as a checkout of the commit writes it: content
+    // filters (a smudge filter, as large-file storage uses) and end-of-line
+    // attributes apply, by the file's own path, whatever its name; a link
+    // becomes its target as checked out.
+    void exportWritesWhatACheckoutWrites() {
+        test::GitRepository repo;
+        repo.git({u"config"_s, u"filter.mark.smudge"_s, u"sed s/^/SMUDGED-/"_s});
+        repo.git({u"config"_s, u"filter.mark.clean"_s, u"sed s/^SMUDGED-//"_s});
+        repo.write(u".gitattributes"_s, "*.txt filter=mark\n*.crlf text eol=crlf\n");
+        const QStringList names{u"plain.txt"_s,         u"with space.txt"_s,  u" leading blank.txt"_s,
+                                u"-leading-dash.txt"_s, u"line\nbreak.txt"_s, u"deep/tab\tin.txt"_s};
+        for (const QString& name : names)
+            repo.write(name, "content\n");
+        repo.write(u"windows.crlf"_s, "one\ntwo\n");
+        repo.write(u"untouched.bin"_s, "raw\n");
+        QVERIFY(QFile::link(u"plain.txt"_s, repo.path() + u"/link.html"_s));
+        const QString commit = repo.commitAll(u"first"_s);
+        QCOMPARE(repo.git({u"cat-file"_s, u"blob"_s, u"HEAD:plain.txt"_s}), u"content"_s);
+
+        CommitExport exported;
+        QString error;
+        QVERIFY2(exported.write(repo.path(), commit,
+                                names + QStringList{u"windows.crlf"_s, u"untouched.bin"_s, u"link.html"_s},
+                                &error),
+                 qPrintable(error));
+        for (const QString& name : names)
+            QCOMPARE(test::readFile(exported.pathOf(name)), QByteArray("SMUDGED-content\n"));
+        QCOMPARE(test::readFile(exported.pathOf(u"windows.crlf"_s)), QByteArray("one\r\ntwo\r\n"));
+        QCOMPARE(test::readFile(exported.pathOf(u"untouched.bin"_s)), QByteArray("raw\n"));
+        QCOMPARE(test::readFile(exported.pathOf(u"link.html"_s)), QByteArray("SMUDGED-content\n"));
+        QVERIFY(!QFileInfo(exported.pathOf(u"link.html"_s)).isSymLink());
     }
 };
 
