@@ -146,6 +146,9 @@ int DeployCommand::run(const QCommandLineParser& parser) {
     case DeployOutcome::RecordNotWritten:
         terminal.errLine(QStringLiteral("Not deployed: ") + result.message);
         break;
+    case DeployOutcome::SiteNotSaved:
+        terminal.errLine(QStringLiteral("Deployed, but not saved: ") + result.message);
+        break;
     case DeployOutcome::Cancelled:
         if (unanswered) {
             terminal.errLine(QStringLiteral("Not deployed: the question was not answered. Nothing was "

@@ -5,7 +5,8 @@ namespace tw::cli {
 QList<ExitCodeDescription> exitCodeDescriptions() {
     return {
         {ExitCode::Success, QStringLiteral("success (deploy: the files and the server's record were sent)")},
-        {ExitCode::Error, QStringLiteral("other failure (a file that cannot be read or written)")},
+        {ExitCode::Error, QStringLiteral("other failure (a file that cannot be read or written; deploy: the "
+                                         "site could not be saved after its deployment)")},
         {ExitCode::UsageError, QStringLiteral("unknown command or option, wrong arguments")},
         {ExitCode::NothingToDeploy, QStringLiteral("nothing to deploy")},
         {ExitCode::NotAnswered,
@@ -31,6 +32,8 @@ ExitCode exitCodeFor(DeployOutcome outcome) {
     case DeployOutcome::Failed:
     case DeployOutcome::RecordNotWritten:
         return ExitCode::TransferError;
+    case DeployOutcome::SiteNotSaved:
+        return ExitCode::Error;
     case DeployOutcome::ScriptFailed:
         return ExitCode::ScriptError;
     case DeployOutcome::Aborted:

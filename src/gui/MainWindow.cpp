@@ -239,7 +239,8 @@ AlertRequest MainWindow::explained(const AlertRequest& alert) const {
         shown.informativeText += QLatin1Char('\n') + notes;
     shown.detailedText = explanation.details();
     // During a run: what reached the server, and that the record was not written.
-    if (const DeployRun* run = m_controller->run(); run && run->summary().total > 0)
+    if (const DeployRun* run = m_controller->run();
+        run && run->summary().total > 0 && !run->summary().recordWritten)
         shown.informativeText += QStringLiteral("\n\n") + RunMessages::notRecorded(run->summary());
     return shown;
 }

@@ -63,6 +63,10 @@ QString RunMessages::afterRun(DeployOutcome outcome, const RunSummary& summary) 
     }
     case DeployOutcome::RecordNotWritten:
         return notRecorded(summary);
+    case DeployOutcome::SiteNotSaved:
+        return tr("%1 reached the server and the deployment record was written, but the site could not "
+                  "be saved with the deployed commit.")
+            .arg(fileCount(summary.done, summary.total));
     case DeployOutcome::Aborted:
         return tr("Deployment aborted.") + QLatin1Char(' ') + notRecorded(summary);
     case DeployOutcome::Failed:

@@ -6,8 +6,9 @@ namespace tw {
 // needs none of this; the command line turns it into its exit code.
 enum class DeployOutcome {
     Deployed,         // files sent, record written, site saved
-    RecordNotWritten, // files sent, but the server's record could not be written, or the site not
-                      // saved with its new commit (it left the list meanwhile): not deployed
+    RecordNotWritten, // files sent, but the server's record could not be written: not deployed
+    SiteNotSaved,     // files sent and record written, but the site could not be saved with its new
+                      // commit (it left the list meanwhile, or the list may not be written)
     NothingToDeploy,  // "Nothing to deploy"
     Cancelled,        // a question was answered with Cancel, or needed no deployment
     Failed,           // "An error occured!" (preflight or transfer)

@@ -458,12 +458,14 @@ void DeployRun::recordWritten(const std::optional<Error>& error) {
     m_summary.waitingFiles = waiting;
     UploadingFlag::set(false); // the server holds the whole deployment and its record
     if (!Sites::saveDeployment(m_plan.site->siteId(), m_plan.commit)) {
+        // The site was removed meanwhile, or the list may not be written now
+        // (the log says which): the server is right, the stored site is not.
         alertError(Error::application(
                        200, QStringLiteral("The files were sent and the server's record names commit %1, but "
-                                           "the site could not be saved: it is no longer in the list of "
-                                           "sites. Its last deployed commit was not stored.")
+                                           "the site could not be saved with it (see the log): its last "
+                                           "deployed commit was not stored.")
                                 .arg(commit)),
-                   DeployOutcome::RecordNotWritten);
+                   DeployOutcome::SiteNotSaved);
         return;
     }
     NotificationHub::instance().postUploadComplete();
@@ -542,7 +544,8 @@ void DeployRun::finish(DeployOutcome outcome, const QString& message) {
     m_displaySleepGuard.release();
     if (m_transporter) {
         m_transporter->setDelegate(nullptr);
-        if (outcome != DeployOutcome::Deployed && outcome != DeployOutcome::RecordNotWritten)
+        if (outcome != DeployOutcome::Deployed && outcome != DeployOutcome::RecordNotWritten &&
+            outcome != DeployOutcome::SiteNotSaved)
             m_transporter->terminateAllTasks();
     }
     closeProgress();

@@ -201,7 +201,7 @@ private slots:
         controller.deployButton();
         Sites().storeWithSites({}); // deleted while it deploys
         const Attempt attempt = waitForEnd(ended);
-        QVERIFY(attempt.outcome != DeployOutcome::Deployed);
+        QCOMPARE(int(attempt.outcome), int(DeployOutcome::SiteNotSaved));
         QVERIFY2(attempt.message.contains(u"could not be saved"_s), qPrintable(attempt.message));
         QVERIFY(record().startsWith(QByteArray(commit.toUtf8() + ',')));
         QVERIFY(QFile::exists(www() + u"/index.html"_s));
