@@ -24,6 +24,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -299,6 +300,7 @@ int main(int argc, char** argv) {
 
     const QStringList exported = listing.mid(0, std::min<qsizetype>(20000, listing.size()));
     std::vector<double> exports;
+    QString exportPlace;
     for (int round = 0; round < std::min(rounds, 5); ++round) {
         CommitExport commitExport;
         QString error;
@@ -306,6 +308,7 @@ int main(int argc, char** argv) {
             if (!commitExport.write(folder, repository.second, exported, &error))
                 die(QStringLiteral("export failed: ") + error);
         }));
+        exportPlace = QFileInfo(commitExport.folder()).path();
     }
 
     const double allRatio = median(ownAll) / median(rawAll);
@@ -320,8 +323,8 @@ int main(int argc, char** argv) {
         "File records alone:   %8.1f ms for %lld lines, %.1f ms with 10 ignored entries (%lld kept)\n",
         median(recordsOnly), static_cast<long long>(listing.size()), median(recordsFiltered),
         static_cast<long long>(keptWithFilter));
-    std::printf("CommitExport:         %8.1f ms for %lld files (target: at most 500 ms)\n", median(exports),
-                static_cast<long long>(exported.size()));
+    std::printf("CommitExport:         %8.1f ms for %lld files, into %s (target: at most 500 ms)\n",
+                median(exports), static_cast<long long>(exported.size()), qPrintable(exportPlace));
     std::printf("rounds: %d (median)   peak memory: %.1f MiB\n", rounds, double(usage.ru_maxrss) / 1024);
     std::printf("ratio=%.3f\n", std::max(allRatio, diffRatio));
     return 0;

@@ -1,5 +1,10 @@
 #pragma once
 
+#include "git/CommitTree.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -21,6 +26,12 @@ namespace tw {
 // the same commit; a link that leads out of the commit, or to no file of it,
 // is exported as its own text (what git stores for it), so that no file from
 // outside the repository is ever sent. Submodules have no content here.
+//
+// Where: a memory-backed folder ($XDG_RUNTIME_DIR, else /dev/shm) when the
+// files are small beside its free space and no content filter can make them
+// grow, else the temporary folder. Creating tens of thousands of files on a
+// disk's file system costs seconds (more so right after as many were
+// removed); in memory a tenth of that.
 class CommitExport {
 public:
     CommitExport();
@@ -33,11 +44,21 @@ public:
     // file of the commit, or a file cannot be written.
     bool write(const QString& repository, const QString& commit, const QStringList& paths, QString* error);
 
+    // The export's folder: empty until write() has made it.
     QString folder() const;
     // Where the exported file of a repository path is.
     QString pathOf(const QString& repositoryPath) const;
 
+    // The folders an export may go to, the memory-backed ones first (those
+    // that exist), and the name every export folder of this process starts
+    // with in them.
+    static QStringList places();
+    static QString folderPrefix();
+
 private:
+    bool writeLinks(const QHash<QString, QString>& linkTargets, const QHash<QString, QByteArray>& linkTexts,
+                    const QSet<QString>& exported, const QString& targetsFolder, QString* problem) const;
+
     std::unique_ptr<QTemporaryDir> m_folder;
 };
 

@@ -9,6 +9,7 @@
 #include "deploy/DeployRun.h"
 #include "deploy/NotificationHub.h"
 #include "deploy/ViewController.h"
+#include "git/CommitExport.h"
 #include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
@@ -524,8 +525,11 @@ private slots:
                 qputenv("TMPDIR", previous);
         });
         const auto exports = [&] {
-            return QDir(temporary.path())
-                .entryList({u"tarnwell-export-*"_s, u"tarnwell-index-*"_s}, QDir::AllEntries | QDir::Hidden);
+            QStringList found;
+            for (const QString& place : CommitExport::places())
+                found += QDir(place).entryList({CommitExport::folderPrefix() + u'*'},
+                                               QDir::AllEntries | QDir::Hidden);
+            return found;
         };
         test::GitRepository repo;
         for (int i = 0; i < 20; ++i)

@@ -190,6 +190,9 @@ private slots:
         QCOMPARE(test::readFile(exported.pathOf(u"site/outside.txt"_s)), QByteArray("/etc/passwd"));
         QCOMPARE(test::readFile(exported.pathOf(u"site/up.txt"_s)), QByteArray("../../outside.txt"));
         QCOMPARE(int(QFile(exported.folder()).permissions() & (QFile::ReadOther | QFile::ReadGroup)), 0);
+        // Small and unfiltered: in a memory-backed folder where there is one.
+        const QStringList places = CommitExport::places();
+        QVERIFY2(exported.folder().startsWith(places.first() + u'/'), qPrintable(exported.folder()));
 
         QVERIFY(!exported.write(repo.path(), first, {u"no/such/file"_s}, &error));
         QVERIFY2(error.contains(u"no/such/file"_s), qPrintable(error));
@@ -223,6 +226,8 @@ private slots:
         QVERIFY(QFile::link(u"plain.txt"_s, repo.path() + u"/link.html"_s));
         const QString commit = repo.commitAll(u"first"_s);
         QCOMPARE(repo.git({u"cat-file"_s, u"blob"_s, u"HEAD:plain.txt"_s}), u"content"_s);
+        // The commit's attributes count, not an uncommitted edit of them.
+        repo.write(u".gitattributes"_s, "");
 
         CommitExport exported;
         QString error;
@@ -232,6 +237,8 @@ private slots:
                  qPrintable(error));
         for (const QString& name : names)
             QCOMPARE(test::readFile(exported.pathOf(name)), QByteArray("SMUDGED-content\n"));
+        // A filter may make a file of the commit far larger: never in memory.
+        QVERIFY2(exported.folder().startsWith(QDir::tempPath() + u'/'), qPrintable(exported.folder()));
         QCOMPARE(test::readFile(exported.pathOf(u"windows.crlf"_s)), QByteArray("one\r\ntwo\r\n"));
         QCOMPARE(test::readFile(exported.pathOf(u"untouched.bin"_s)), QByteArray("raw\n"));
         QCOMPARE(test::readFile(exported.pathOf(u"link.html"_s)), QByteArray("SMUDGED-content\n"));
