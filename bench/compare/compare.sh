@@ -159,16 +159,18 @@ die() {
 free_port() {
     python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
 }
-# The first of 50 consecutive free ports below the kernel's ephemeral range,
-# for pure-ftpd's passive data connections.
+# The first of 1,000 consecutive free ports below the kernel's ephemeral
+# range, for pure-ftpd's passive data connections: every file takes one, and
+# each stays taken for a while after its transfer (with 50, runs on several
+# connections were refused one: "425" from the server).
 free_port_range() {
     python3 - <<'PY'
 import random, socket
 for _ in range(50):
-    first = random.randrange(20000, 32000 - 50)
+    first = random.randrange(20000, 32000 - 1000)
     sockets = []
     try:
-        for port in range(first, first + 50):
+        for port in range(first, first + 1000):
             s = socket.socket()
             sockets.append(s)
             s.bind(("127.0.0.1", port))
@@ -234,7 +236,7 @@ for _ in 1 2 3 4 5; do
     ftp_port=$(free_port)
     passive=$(free_port_range)
     /usr/sbin/pure-ftpd -S "127.0.0.1,$ftp_port" -l "puredb:$ftp/users.pdb" -E -H -A -u 1000 \
-        -p "$passive:$((passive + 49))" -g "$ftp/pure-ftpd.pid" >"$ftp/server.log" 2>&1 &
+        -p "$passive:$((passive + 999))" -g "$ftp/pure-ftpd.pid" >"$ftp/server.log" 2>&1 &
     ftp_pid=$!
     wait_for_port "$ftp_port" "$ftp_pid" && break
     stop_server "$ftp_pid"
@@ -598,7 +600,7 @@ rotation() {
     done
 }
 
-say "Servers: pure-ftpd on 127.0.0.1:$ftp_port (passive ports $passive-$((passive + 49))), sshd on 127.0.0.1:$ssh_port"
+say "Servers: pure-ftpd on 127.0.0.1:$ftp_port (passive ports $passive-$((passive + 999))), sshd on 127.0.0.1:$ssh_port"
 say "tarnwell-cli: $cli"
 say "own curl: $("$own_curl" --version 2>/dev/null | head -n 1 || LD_LIBRARY_PATH=$own_curl_lib "$own_curl" --version | head -n 1)"
 say "system curl (git-ftp): $(curl --version | head -n 1)"

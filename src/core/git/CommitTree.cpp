@@ -55,12 +55,13 @@ std::optional<CommitTree::Entry> CommitTree::entryAt(qsizetype start, QByteArray
             field = at + 1;
         }
     }
-    if (fields.size() != 4 || fields.at(1) != "blob")
+    if (fields.size() < 3 || fields.size() > 4 || fields.at(1) != "blob")
         return std::nullopt;
     Entry entry;
     entry.mode = fields.at(0).toByteArray();
     entry.object = fields.at(2).toByteArray();
-    entry.size = fields.at(3).toLongLong();
+    if (fields.size() == 4)
+        entry.size = fields.at(3).toLongLong();
     entry.path = path.toByteArray();
     return entry;
 }

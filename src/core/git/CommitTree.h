@@ -10,17 +10,17 @@
 
 namespace tw {
 
-// The files of one commit as "git ls-tree -r -l -z --full-tree" lists them
-// ("<mode> <type> <object> <size>\t<path>" NUL ..., the size padded with
-// blanks), looked up by path. A listing of a hundred thousand files is read
+// The files of one commit as "git ls-tree -r -z --full-tree" lists them
+// ("<mode> <type> <object>\t<path>" NUL ..., with "-l" also the size, padded
+// with blanks), looked up by path. A listing of a hundred thousand files is read
 // once; an entry is taken apart only when it is asked for.
 class CommitTree {
 public:
     struct Entry {
         QByteArray mode;
         QByteArray object;
-        qint64 size = 0;
-        QByteArray path; // as git gave it (UTF-8)
+        qint64 size = -1; // when the listing has sizes
+        QByteArray path;  // as git gave it (UTF-8)
 
         bool isLink() const { return mode == "120000"; }
         // The entry as "git update-index -z --index-info" reads it.
