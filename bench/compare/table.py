@@ -138,12 +138,6 @@ def main():
         if ours is not None and theirs:
             check(f"incremental deployment, {MODES[mode]}: {ours / theirs:.2f} × git-ftp push (at most 3)",
                   ours <= 3 * theirs)
-    for mode in MODES:
-        ours = medians.get(("deletions", mode, TARNWELL))
-        theirs = peers("deletions", mode).get("lftp --parallel=1")
-        if ours is not None and theirs:
-            check(f"1,000 deletions, {MODES[mode]}: {ours / theirs:.2f} × lftp mirror --delete (at most 2)",
-                  ours <= 2 * theirs)
     for key, entry in runs.items():
         if key[0] == "memory" and key[2] == TARNWELL and entry["peaks"]:
             peak = max(entry["peaks"]) / 1024

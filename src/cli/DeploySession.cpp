@@ -15,6 +15,9 @@ DeploySession::DeploySession(const QString& siteId, PresetAnswers answers, bool 
     , m_view(m_interaction, m_progress.get())
     , m_controller(std::make_unique<ViewController>(m_view)) {
     m_controller->pinSite(siteId);
+    if (m_progress)
+        QObject::connect(m_controller.get(), &ViewController::progressChanged, m_progress.get(),
+                         &ProgressPrinter::fileCount);
 }
 
 DeploySession::~DeploySession() {

@@ -9,18 +9,6 @@ namespace tw::cli {
 
 namespace {
 
-// The whole text as a number, or nothing (as strict as C's strtod on the
-// complete text: no white space in front, nothing after).
-std::optional<double> parseNumber(const QString& text) {
-    if (text.isEmpty() || text.front().isSpace())
-        return std::nullopt;
-    bool ok = false;
-    const double value = text.toDouble(&ok);
-    if (!ok)
-        return std::nullopt;
-    return value;
-}
-
 QString count(double value) {
     return QString::number(static_cast<qint64>(value));
 }
@@ -34,7 +22,6 @@ ProgressPrinter::ProgressPrinter(Terminal& terminal, QObject* parent)
     m_timer.setInterval(stallCheckMilliseconds);
     connect(&m_timer, &QTimer::timeout, this, &ProgressPrinter::checkStall);
     NotificationHub& hub = NotificationHub::instance();
-    connect(&hub, &NotificationHub::remainingStatus, this, &ProgressPrinter::remainingStatus);
     connect(&hub, &NotificationHub::currentFile, this, &ProgressPrinter::currentFile);
     connect(&hub, &NotificationHub::uploadComplete, this, &ProgressPrinter::finish);
 }
@@ -87,20 +74,21 @@ void ProgressPrinter::finish() {
     m_remaining.reset();
 }
 
-void ProgressPrinter::remainingStatus(const QVariantMap& userInfo) {
+// The count of the run's own transfers, not the run's row counters (which
+// count unchecked rows too and then never reach 0).
+void ProgressPrinter::fileCount(qsizetype done, qsizetype total) {
     m_lastUpdate.start();
-    const auto remaining = parseNumber(userInfo.value(QStringLiteral("remaining")).toString());
-    const auto total = parseNumber(userInfo.value(QStringLiteral("total")).toString());
-    if (!remaining || !total)
-        return; // a malformed notification says nothing about progress
+    if (total <= 0 || done < 0 || done > total)
+        return;
+    const double remaining = double(total - done);
     m_remaining = remaining;
-    m_total = total;
+    m_total = double(total);
     m_stalled = false;
     m_stage = QStringLiteral("Deploying files...");
     if (m_bar)
         redraw();
     else
-        printPlain(*remaining == 0);
+        printPlain(remaining == 0);
 }
 
 void ProgressPrinter::currentFile(const QVariantMap& userInfo) {

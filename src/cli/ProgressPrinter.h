@@ -31,12 +31,13 @@ public:
     void setIndeterminate();
     // The bar shows full, the current file goes, the display closes.
     void finish();
+    // The files the run has sent (or deleted) of all it sends.
+    void fileCount(qsizetype done, qsizetype total);
 
     static constexpr int stallCheckMilliseconds = 3000;
     static constexpr int stallAfterMilliseconds = 5000;
 
 private:
-    void remainingStatus(const QVariantMap& userInfo);
     void currentFile(const QVariantMap& userInfo);
     void checkStall();
     void redraw();

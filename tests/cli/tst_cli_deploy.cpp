@@ -130,6 +130,26 @@ private slots:
         QCOMPARE(cli.run({u"deploy"_s}).exitCode, 3);
     }
 
+    // The counts printed are the files sent: an always-uploaded folder's own
+    // row and a file listed twice are no transfers, so the last line says
+    // everything is done.
+    void countsArePrintedFilesSent() {
+        test::CliRunner cli;
+        test::GitRepository repo;
+        repo.write(u"index.html"_s, "x");
+        repo.commitAll(u"first"_s);
+        repo.write(u"dist/app.js"_s, "built"); // built, not committed
+        repo.write(u"dist/app.css"_s, "built");
+        test::CliResult r =
+            addSite(cli, repo, {u"--always-upload"_s, u"dist"_s, u"--always-upload"_s, u"index.html"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        r = cli.run({u"deploy"_s});
+        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        QVERIFY2(r.err.contains(u"3 of 3 files done, 0 left"_s), r.describe().constData());
+        QCOMPARE(tree(www()),
+                 (QStringList{u".tarnwell"_s, u"dist/app.css"_s, u"dist/app.js"_s, u"index.html"_s}));
+    }
+
     void foreignRecordWithoutAnswerChangesNothing() {
         test::CliRunner cli;
         test::GitRepository repo;

@@ -25,11 +25,11 @@ QStringList tree(const QString& folder) {
     return files;
 }
 
-QStringList curlDescendants(qint64 ancestor) {
+QList<ProcessEntry> descendants(qint64 ancestor) {
     if (ancestor == 0)
         ancestor = QCoreApplication::applicationPid();
     // pid -> (parent, command) from /proc/<pid>/stat: "pid (comm) state ppid ...".
-    QHash<qint64, std::pair<qint64, QString>> processes;
+    QHash<qint64, std::pair<qint64, QByteArray>> processes;
     const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString& entry : entries) {
         bool isPid = false;
@@ -44,20 +44,26 @@ QStringList curlDescendants(qint64 ancestor) {
         const QList<QByteArray> fields = stat.mid(close + 2).split(' ');
         if (fields.size() < 2)
             continue;
-        processes.insert(
-            pid, {fields.at(1).toLongLong(), QString::fromUtf8(stat.mid(open + 1, close - open - 1))});
+        processes.insert(pid, {fields.at(1).toLongLong(), stat.mid(open + 1, close - open - 1)});
     }
-    QStringList found;
+    QList<ProcessEntry> found;
     for (auto it = processes.cbegin(); it != processes.cend(); ++it) {
-        if (it->second != QStringLiteral("curl"))
-            continue;
         for (qint64 parent = it->first; parent > 1 && processes.contains(parent);
              parent = processes.value(parent).first) {
             if (parent == ancestor) {
-                found.append(QString::number(it.key()) + QStringLiteral(" (curl)"));
+                found.append({it.key(), it->second});
                 break;
             }
         }
+    }
+    return found;
+}
+
+QStringList curlDescendants(qint64 ancestor) {
+    QStringList found;
+    for (const ProcessEntry& process : descendants(ancestor)) {
+        if (process.name == "curl")
+            found.append(QString::number(process.pid) + QStringLiteral(" (curl)"));
     }
     found.sort();
     return found;

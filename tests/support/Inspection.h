@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -13,8 +14,14 @@ namespace tw::test {
 QByteArray readFile(const QString& path);
 // Every file below a folder (hidden ones too), relative to it, sorted.
 QStringList tree(const QString& folder);
-// The curl processes among the descendants of a process (this test when no
-// pid is given), as "pid (curl)" texts.
+struct ProcessEntry {
+    qint64 pid = 0;
+    QByteArray name; // the command name /proc/<pid>/stat gives
+};
+// The descendants of a process (this test when no pid is given), as /proc
+// shows them now.
+QList<ProcessEntry> descendants(qint64 ancestor = 0);
+// The curl processes among them, as "pid (curl)" texts.
 QStringList curlDescendants(qint64 ancestor = 0);
 
 } // namespace tw::test

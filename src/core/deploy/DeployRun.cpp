@@ -251,10 +251,11 @@ bool DeployRun::prepareFiles() {
         alertError(Error::application(200, *problem));
         return false;
     }
-    // The counts shown are the transfers really made, so "remaining" ends at
-    // 0; the statistics keep adding the run's row count (see didComplete).
-    m_rowCount = static_cast<quint64>(m_plan.rows.size());
-    m_totalFiles = static_cast<quint64>(m_queue->transfers());
+    // The run's counters count the rows, checked or not and the always-uploaded
+    // folders' included, as they always have: with rows left unchecked
+    // "remaining" never reaches 0. What the window and the command line show
+    // comes from the transfers really made (progressChanged).
+    m_totalFiles = static_cast<quint64>(m_plan.rows.size());
     m_remainingFiles = m_totalFiles;
     m_summary.uploads = m_queue->uploads();
     m_summary.deletions = m_queue->deletions();
@@ -326,7 +327,7 @@ void DeployRun::didComplete(const TransporterFilePtr& file) {
         --m_remainingFiles;
         // The whole run's row count for every file, deliberately: the stored
         // figure has always been counted so.
-        Statistics().addUploadedFiles(static_cast<qint64>(m_rowCount));
+        Statistics().addUploadedFiles(static_cast<qint64>(m_totalFiles));
         NotificationHub::instance().postRemainingStatus(m_remainingFiles, m_totalFiles);
     }
 }

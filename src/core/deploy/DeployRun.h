@@ -139,8 +139,7 @@ private:
     DisplaySleepGuard m_displaySleepGuard;
     QTimer m_postDeployTimer;
     QString m_localBase;
-    quint64 m_rowCount = 0;       // every row, checked or not (what the statistics add)
-    quint64 m_totalFiles = 0;     // the transfers queued (the remaining count's base)
+    quint64 m_totalFiles = 0;     // every row, checked or not ("remainingStatus", the statistics)
     quint64 m_remainingFiles = 0; // goes down with every completed transfer
     RunSummary m_summary;
     bool m_asking = false;

@@ -372,6 +372,10 @@ private slots:
         QCOMPARE(commands.count("\r\nDELE "), 200);
         for (const QString& name : std::as_const(names))
             QCOMPARE(commands.count(QByteArray("DELE www/" + name.toUtf8() + "\r\n")), 1);
+        // The emptied folders go by the uploads' path form, relative to the
+        // login: on a server without a chroot "/www/..." names another folder.
+        QCOMPARE(commands.count("\r\nRMD www/d0/deep\r\n"), 1);
+        QVERIFY(!commands.contains("RMD /"));
     }
 
     // A host given as an IPv6 address.
