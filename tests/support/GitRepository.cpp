@@ -41,9 +41,15 @@ QString GitRepository::git(const QStringList& arguments) const {
     environment.insert(QStringLiteral("GIT_COMMITTER_EMAIL"), QStringLiteral("author@example.invalid"));
     environment.insert(QStringLiteral("GIT_CONFIG_NOSYSTEM"), QStringLiteral("1"));
     process.setProcessEnvironment(environment);
+    // The tests' own git reads plainly whatever the test home's configuration
+    // says (it is made hostile to the program on purpose); ids are the
+    // 7-digit ones the program records.
     process.start(QStringLiteral("/usr/bin/git"),
                   QStringList{QStringLiteral("-c"), QStringLiteral("core.quotepath=true"),
-                              QStringLiteral("-c"), QStringLiteral("gc.auto=0")} +
+                              QStringLiteral("-c"), QStringLiteral("gc.auto=0"), QStringLiteral("-c"),
+                              QStringLiteral("core.abbrev=7"), QStringLiteral("-c"),
+                              QStringLiteral("color.ui=never"), QStringLiteral("-c"),
+                              QStringLiteral("column.ui=never")} +
                       arguments);
     process.waitForFinished(120000);
     if (process.exitCode() != 0)

@@ -68,8 +68,27 @@ export TARNWELL_TEST_HOME="$HOME"
 export TARNWELL_ISOLATED_KEYRING=$keyring
 export TARNWELL_ISOLATED_INNER=1
 export QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-offscreen}"
-# Git must not read the runner's own configuration.
+# Git must not read the runner's own configuration. It reads this one: the
+# settings a person may well have that change what git prints (colours,
+# columns, quoted names, longer ids, relative paths); the program must not
+# care.
 export GIT_CONFIG_NOSYSTEM=1
+cat >"$HOME/.gitconfig" <<'GITCONFIG'
+[color]
+	ui = always
+[column]
+	ui = always
+[core]
+	quotePath = true
+	abbrev = 12
+[status]
+	showUntrackedFiles = no
+	relativePaths = true
+[diff]
+	relative = true
+[log]
+	decorate = full
+GITCONFIG
 unset DISPLAY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS GIT_DIR GIT_WORK_TREE
 
 set +e
