@@ -161,18 +161,39 @@ private slots:
         const QString commit = repo.commitAll(u"one"_s);
         QCOMPARE(addSite(cli, repo, u"Shop"_s).exitCode, 0);
         QCOMPARE(cli.run({u"edit"_s, u"Shop"_s, u"--remote-path"_s, u"shop/"_s}).exitCode, 0);
-        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+        QCOMPARE(addSite(cli, repo, u"Blog"_s, {u"--auto-deploy"_s}).exitCode, 0);
         QCOMPARE(cli.run({u"use"_s, u"Shop"_s}).exitCode, 0);
+        const auto sitesAfter = [&](const QString& blogCommit) {
+            const QJsonArray sites = cli.json({u"sites"_s, u"--json"_s}).array();
+            QCOMPARE(sites.size(), 2);
+            QCOMPARE(sites.at(0)[u"name"_s].toString(), u"Shop"_s);
+            QVERIFY(sites.at(0)[u"current"_s].toBool());
+            QVERIFY(sites.at(0)[u"lastDeployedCommit"_s].isNull());
+            QCOMPARE(sites.at(1)[u"name"_s].toString(), u"Blog"_s);
+            QCOMPARE(sites.at(1)[u"lastDeployedCommit"_s].toString(), blogCommit);
+            QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/shop/index.html"_s));
+        };
 
         const test::CliResult r = cli.run({u"deploy"_s, u"Blog"_s});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
-        const QJsonArray sites = cli.json({u"sites"_s, u"--json"_s}).array();
-        QCOMPARE(sites.size(), 2);
-        QCOMPARE(sites.at(0)[u"name"_s].toString(), u"Shop"_s);
-        QVERIFY(sites.at(0)[u"current"_s].toBool());
-        QVERIFY(sites.at(0)[u"lastDeployedCommit"_s].isNull());
-        QCOMPARE(sites.at(1)[u"lastDeployedCommit"_s].toString(), commit);
-        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/shop/index.html"_s));
+        sitesAfter(commit);
+
+        // Watching the named site while the other one is current: a commit
+        // is deployed to the named site and stored there, never over the
+        // current one.
+        QProcess watch;
+        watch.setProcessEnvironment(cli.environment());
+        watch.start(cli.program(), {u"watch"_s, u"--quiet"_s, u"Blog"_s});
+        QByteArray output;
+        QVERIFY2(waitForOutput(watch, output, "Watching site"), output.constData());
+        repo.write(u"two.html"_s, "two");
+        const QString second = repo.commitAll(u"two"_s);
+        QVERIFY2(waitForOutput(watch, output, "Deployed commit " + second.toUtf8()),
+                 QByteArray(output + watch.readAllStandardError()).constData());
+        ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
+        QVERIFY(watch.waitForFinished(20000));
+        QCOMPARE(watch.exitCode(), 0);
+        sitesAfter(second);
     }
 };
 
