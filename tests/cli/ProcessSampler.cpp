@@ -2,7 +2,6 @@
 
 #include "Inspection.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 
 namespace tw::test {
@@ -54,15 +53,6 @@ ProcessSampler::Run ProcessSampler::run(const CliRunner& cli, const QStringList&
     run.result.out = QString::fromUtf8(command.readAllStandardOutput());
     run.result.err += QString::fromUtf8(command.readAllStandardError());
     return run;
-}
-
-QList<qint64> descendantsNamed(qint64 ancestor, const QByteArray& name) {
-    QList<qint64> found;
-    for (const ProcessEntry& process : descendants(ancestor)) {
-        if (process.name == name)
-            found.append(process.pid);
-    }
-    return found;
 }
 
 } // namespace tw::test

@@ -40,8 +40,4 @@ private:
     QByteArrayList m_secrets;
 };
 
-// Descendants of the process (by /proc parent links) whose command name is
-// the given one ("sleep", "curl").
-QList<qint64> descendantsNamed(qint64 ancestor, const QByteArray& name);
-
 } // namespace tw::test

@@ -17,10 +17,7 @@
 #include <QProcess>
 #include <QTest>
 
-#include <arpa/inet.h>
 #include <csignal>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,35 +40,6 @@ QList<uint> keyFileModes(const QString& folder) {
     }
     return modes;
 }
-
-// A port of 127.0.0.1 that takes connections (the kernel completes them)
-// and never says a word: a server gone silent.
-class SilentServer {
-public:
-    SilentServer() {
-        m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(m_socket, 16) != 0 ||
-            ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-            return;
-        m_port = ntohs(address.sin_port);
-    }
-    ~SilentServer() {
-        if (m_socket >= 0)
-            ::close(m_socket);
-    }
-    SilentServer(const SilentServer&) = delete;
-    SilentServer& operator=(const SilentServer&) = delete;
-    quint16 port() const { return m_port; }
-
-private:
-    int m_socket = -1;
-    quint16 m_port = 0;
-};
 
 // Files under the folder whose content holds the text.
 QStringList filesWith(const QString& folder, const QByteArray& text) {
@@ -284,7 +252,7 @@ private slots:
                     return;
                 // SIGINT as soon as the key is there (the record is read
                 // then); SIGTERM while the local script runs.
-                if (signal == SIGTERM && test::descendantsNamed(command.processId(), "sleep").isEmpty())
+                if (signal == SIGTERM && test::descendantsNamed("sleep", command.processId()).isEmpty())
                     return;
                 ::kill(static_cast<pid_t>(command.processId()), signal);
                 sent = true;
@@ -338,13 +306,13 @@ private slots:
 
         // A server that accepts and never says a word: Ctrl-C ends the read
         // at once, without waiting for its time-out.
-        const SilentServer silent;
-        QVERIFY(silent.port() != 0);
+        const test::SilentServer silent;
+        QVERIFY2(silent.isRunning(), qPrintable(silent.errorString()));
         site(silent.port());
         QElapsedTimer sinceSignal;
         const test::ProcessSampler::Run run = test::ProcessSampler({}).run(
             cli, {u"status"_s, u"--site-file"_s, siteFile}, [&](QProcess& command) {
-                if (sinceSignal.isValid() || test::descendantsNamed(command.processId(), "curl").isEmpty())
+                if (sinceSignal.isValid() || test::descendantsNamed("curl", command.processId()).isEmpty())
                     return;
                 ::kill(static_cast<pid_t>(command.processId()), SIGINT);
                 sinceSignal.start();

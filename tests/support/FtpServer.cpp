@@ -175,6 +175,12 @@ bool FtpServer::writeFile(const QString& relativePath, const QByteArray& content
            giveToUser(path);
 }
 
+bool FtpServer::emptyFolder(const QString& relativeFolder) const {
+    if (!QDir(homeFolder() + QLatin1Char('/') + relativeFolder).removeRecursively())
+        return false;
+    return makeFolders(relativeFolder).has_value();
+}
+
 bool FtpServer::makeUnwritable(const QString& relativeFolder) const {
     const auto path = makeFolders(relativeFolder);
     if (!path || *path == homeFolder())

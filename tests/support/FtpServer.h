@@ -66,6 +66,9 @@ public:
     // Writes a file below the home (folders created as needed), owned by the
     // FTP user as if uploaded, so the user may replace or delete it.
     bool writeFile(const QString& relativePath, const QByteArray& content) const;
+    // Removes the folder below the home with all it holds and makes it anew,
+    // empty and the user's: a remote folder as a real server has it.
+    bool emptyFolder(const QString& relativeFolder) const;
     // Creates the folder below the home if needed and takes away the user's
     // right to write in it: uploads into it fail with "553" (curl: (25)).
     bool makeUnwritable(const QString& relativeFolder) const;

@@ -3,6 +3,7 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <functional>
 #include <memory>
@@ -67,6 +68,21 @@ private:
 } // namespace tw::test
 
 namespace tw::test {
+
+// A server on a free port of 127.0.0.1 that takes every connection and then
+// says nothing (after a greeting, when asked for one): a server gone silent.
+class SilentServer {
+public:
+    explicit SilentServer(bool greets = false);
+    bool isRunning() const { return m_process.isRunning(); }
+    quint16 port() const { return m_process.port(); }
+    QString errorString() const { return m_process.errorString(); }
+
+private:
+    QTemporaryDir m_folder;
+    ServerProcess m_process;
+};
+
 // Whether a test that cannot get its server, root or secret store must fail
 // instead of skipping: TARNWELL_REQUIRE_SERVERS=1 (CI sets it), so that a
 // missing install step cannot pass as a skipped test.

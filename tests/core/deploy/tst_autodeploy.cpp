@@ -1,15 +1,8 @@
-#include "FtpServer.h"
-#include "GitRepository.h"
-#include "ScriptedDeployView.h"
-#include "ServerProcess.h"
+#include "DeploySites.h"
+#include "Inspection.h"
 #include "TestEnvironment.h"
-#include "app/Preferences.h"
-#include "deploy/ViewController.h"
-#include "keychain/TWPasswords.h"
-#include "model/Sites.h"
 
 #include <QFile>
-#include <QSignalSpy>
 #include <QTest>
 
 using namespace tw;
@@ -22,70 +15,42 @@ class TestAutoDeploy : public QObject {
 
     std::unique_ptr<test::FtpServer> m_ftp;
     std::unique_ptr<test::GitRepository> m_repo;
-    std::unique_ptr<test::ScriptedDeployView> m_view;
-    std::unique_ptr<ViewController> m_controller;
-    std::unique_ptr<QSignalSpy> m_ended;
+    std::unique_ptr<test::DeployWindow> m_window;
 
     QString record() const {
-        QFile file(m_ftp->homeFolder() + u"/.tarnwell"_s);
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+        return QString::fromUtf8(test::readFile(m_ftp->homeFolder() + u"/.tarnwell"_s));
     }
-
-    bool waitForDeployment(int count) {
-        if (!QTest::qWaitFor([&] { return m_ended->count() >= count; }, 30000))
-            return false;
-        return m_ended->at(count - 1).at(0).value<DeployOutcome>() == DeployOutcome::Deployed;
-    }
+    bool waitForDeployment(int count) { return m_window->waitForEnd(count).deployed(); }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
         m_ftp = std::make_unique<test::FtpServer>();
         TW_REQUIRE_SERVER(*m_ftp);
 
         m_repo = std::make_unique<test::GitRepository>();
-        m_repo->write(u"index.html"_s, "one");
-        m_repo->commitAll(u"first"_s);
-        SitePtr site = Site::newSite();
-        site->name = u"Auto"_s;
-        site->localPath = m_repo->path();
-        site->host = test::FtpServer::host();
-        site->port = QString::number(m_ftp->port());
-        site->username = test::FtpServer::userName();
-        site->remotePath = QString(); // the FTP home
-        site->deployBranch = u"main"_s;
+        m_repo->commit({{u"index.html"_s, "one"}});
+        SitePtr site = test::ftpSite(*m_repo, *m_ftp, QString()); // to the FTP home
         site->autoDeploy = true;
-        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
-        Sites().storeWithSites({site});
-
-        m_view = std::make_unique<test::ScriptedDeployView>();
-        m_controller = std::make_unique<ViewController>(*m_view);
-        m_ended = std::make_unique<QSignalSpy>(m_controller.get(), &ViewController::deploymentEnded);
-        m_controller->viewDidLoad();
-        QCOMPARE(m_controller->fileWatcherQueue->numberOfWatchedPaths(), 1);
+        test::storeSites({site});
+        m_window = std::make_unique<test::DeployWindow>();
+        QCOMPARE(m_window->controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
     }
 
-    void cleanupTestCase() {
-        m_controller.reset();
-        m_view.reset();
-    }
+    void cleanupTestCase() { m_window.reset(); }
 
     void commitOnTheDeployBranchDeploys() {
-        m_repo->write(u"index.html"_s, "two");
-        const QString head = m_repo->commitAll(u"second"_s);
+        const QString head = m_repo->commit({{u"index.html"_s, "two"}}, u"second"_s);
         QVERIFY(waitForDeployment(1));
         QTRY_VERIFY(record().startsWith(head + u","_s));
-        QFile page(m_ftp->homeFolder() + u"/index.html"_s);
-        QVERIFY(page.open(QIODevice::ReadOnly));
-        QCOMPARE(page.readAll(), QByteArray("two"));
+        QCOMPARE(test::readFile(m_ftp->homeFolder() + u"/index.html"_s), QByteArray("two"));
     }
 
     // git writes HEAD's reflog before it moves the branch: a deployment
     // started on the reflog's change alone would deploy the old commit again
     // and miss the new one. Nothing starts while the branch is locked.
     void reflogBeforeTheBranchMovesWaitsForTheBranch() {
-        const int before = static_cast<int>(m_ended->count());
+        const int before = static_cast<int>(m_window->ended.count());
         m_repo->write(u"index.html"_s, "three");
         m_repo->git({u"add"_s, u"-A"_s});
         const QString tree = m_repo->git({u"write-tree"_s}).trimmed();
@@ -104,14 +69,14 @@ private slots:
         reflog.close();
 
         QTest::qWait(1500);
-        QCOMPARE(m_ended->count(), before);
-        QVERIFY(!m_controller->isDeploying());
+        QCOMPARE(m_window->ended.count(), before);
+        QVERIFY(!m_window->controller.isDeploying());
 
         QVERIFY(QFile::remove(ref));
         QVERIFY(QFile::rename(ref + u".lock"_s, ref));
         QVERIFY(waitForDeployment(before + 1));
         QTRY_VERIFY2(record().startsWith(commit.left(7) + u","_s), qPrintable(record()));
-        QCOMPARE(m_ended->count(), before + 1);
+        QCOMPARE(m_window->ended.count(), before + 1);
     }
 };
 

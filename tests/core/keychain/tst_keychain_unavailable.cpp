@@ -1,11 +1,8 @@
-#include "GitRepository.h"
+#include "DeploySites.h"
 #include "Inspection.h"
-#include "ScriptedDeployView.h"
-#include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
-#include "deploy/ViewController.h"
 #include "keychain/FDKeychain.h"
 #include "keychain/KeychainJobRunner.h"
 #include "keychain/TWPasswords.h"
@@ -19,7 +16,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -96,7 +92,6 @@ class TestKeychainUnavailable : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
         KeychainJobRunner::setTimeout(1000);
     }
 
@@ -167,8 +162,7 @@ private slots:
     void deploymentSaysThePasswordIsMissing() {
         test::TestEnvironment::resetPreferences();
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "<h1>hello</h1>");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "<h1>hello</h1>"}});
         SitePtr site = Site::newSite();
         site->name = u"Blog"_s;
         site->localPath = repo.path();
@@ -177,29 +171,25 @@ private slots:
         site->username = u"webmaster"_s;
         site->remotePath = u"www/"_s;
         site->deployBranch = u"main"_s;
-        QVERIFY(Sites().storeWithSites({site}));
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::storeSites({site});
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QVERIFY(view.deployButtonEnabled);
-        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window;
+        QVERIFY(window.view.deployButtonEnabled);
         bool curlSeen = false;
-        controller.deployButton();
+        window.controller.deployButton();
         QVERIFY(QTest::qWaitFor(
             [&] {
                 curlSeen = curlSeen || !test::curlDescendants().isEmpty();
-                return ended.count() > 0;
+                return window.ended.count() > 0;
             },
             30000));
         QVERIFY(!curlSeen);
-        QCOMPARE(ended.first().at(0).value<DeployOutcome>(), DeployOutcome::SetupFailed);
-        QCOMPARE(view.alerts.size(), 1);
-        QCOMPARE(view.alerts.first().message, u"An error occured!"_s);
-        QVERIFY2(view.alerts.first().informativeText.startsWith(
+        QCOMPARE(int(window.waitForEnd().outcome), int(DeployOutcome::SetupFailed));
+        QCOMPARE(window.view.alerts.size(), 1);
+        QCOMPARE(window.view.alerts.first().message, u"An error occured!"_s);
+        QVERIFY2(window.view.alerts.first().informativeText.startsWith(
                      u"The password could not be read from the secret store"_s),
-                 qPrintable(view.alerts.first().informativeText));
+                 qPrintable(window.view.alerts.first().informativeText));
     }
 
     void silentSecretService() {
