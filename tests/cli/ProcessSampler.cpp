@@ -22,6 +22,17 @@ bool ProcessSampler::sample(qint64 ancestor, QStringList* leaks) const {
     return curl;
 }
 
+QString ProcessSampler::Run::complaints(int exitCode) const {
+    QString text;
+    if (result.exitCode != exitCode)
+        text += QString::fromUtf8(result.describe()) + QLatin1Char('\n');
+    if (!leaks.isEmpty())
+        text += QStringLiteral("secrets on command lines: ") + leaks.join(QLatin1Char('\n'));
+    if (curlSamples == 0)
+        text += QStringLiteral("no sample saw a curl");
+    return text;
+}
+
 ProcessSampler::Run ProcessSampler::run(const CliRunner& cli, const QStringList& arguments,
                                         const Each& each) const {
     Run run;

@@ -1,18 +1,12 @@
 #include "CliRunner.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
 #include "Inspection.h"
-#include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 
 using namespace tw;
@@ -120,14 +114,8 @@ private slots:
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.write(u"about/index.html"_s, "about");
-        repo.commitAll(u"site"_s);
-        test::CliResult r =
-            cli.run({u"add"_s, u"--name"_s, u"Blog"_s, u"--folder"_s, repo.path(), u"--host"_s,
-                     test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()), u"--user"_s,
-                     test::FtpServer::userName(), u"--remote-path"_s, u"ci/"_s, u"--password-stdin"_s},
-                    test::FtpServer::password().toUtf8() + '\n');
+        repo.commit({{u"index.html"_s, "home"}, {u"about/index.html"_s, "about"}}, u"site"_s);
+        test::CliResult r = cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"ci/"_s);
         QVERIFY2(r.exitCode == 0, r.describe().constData());
 
         r = cli.run({u"init-ci"_s, u"Blog"_s});
@@ -211,8 +199,7 @@ private slots:
         TW_REQUIRE_SERVER(ssh);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.commitAll(u"site"_s);
+        repo.commit({{u"index.html"_s, "home"}}, u"site"_s);
         const QString remote = ssh.remoteFolder() + u"/site/"_s;
         // The remote script's ssh names no key of its own: in CI it gets the
         // key of the environment.
@@ -269,8 +256,7 @@ private slots:
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.commitAll(u"site"_s);
+        repo.commit({{u"index.html"_s, "home"}}, u"site"_s);
         const QString name = u"Blog\non: [pull_request]\r\njobs: {}\u2028x"_s;
         QJsonObject site{{u"name"_s, name},
                          {u"localPath"_s, repo.path()},
@@ -281,10 +267,7 @@ private slots:
                          {u"username"_s, test::FtpServer::userName()},
                          {u"remotePath"_s, u"odd/"_s}};
         const QString exportFile = cli.folder() + u"/sites.json"_s;
-        QFile file(exportFile);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(QJsonArray{site}).toJson());
-        file.close();
+        QVERIFY(test::writeFile(exportFile, QJsonDocument(QJsonArray{site}).toJson()));
         test::CliResult r = cli.run({u"import"_s, exportFile});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
 
