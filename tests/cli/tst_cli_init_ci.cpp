@@ -169,8 +169,7 @@ private slots:
 
         // A push that changes only the job: nothing to deploy, and the job is
         // no failure.
-        repo.write(kGitHubJob, job + "# a comment\n");
-        repo.commitAll(u"job only"_s);
+        repo.commit({{kGitHubJob, job + "# a comment\n"}}, u"job only"_s);
         variables.insert(u"GITHUB_SHA"_s, repo.git({u"rev-parse"_s, u"HEAD"_s}));
         r = runJob(cli, repo, script, variables);
         QVERIFY2(r.exitCode == 0, r.describe().constData());

@@ -44,9 +44,7 @@ class TestSiteEditor : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_repo.write(u"public/index.html"_s, "x");
-        m_repo.write(u"public/css/site.css"_s, "y");
-        m_repo.commitAll(u"one"_s);
+        m_repo.commit({{u"public/index.html"_s, "x"}, {u"public/css/site.css"_s, "y"}}, u"one"_s);
         m_repo.git({u"branch"_s, u"live"_s});
     }
     void init() { test::TestEnvironment::resetPreferences(); }

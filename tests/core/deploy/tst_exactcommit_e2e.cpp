@@ -131,14 +131,13 @@ private slots:
             if (sftp || !name.contains(u'\\'))
                 repo.write(u"dist/"_s + name, name.toUtf8());
         }
-        repo.write(u"dist/index.html"_s, "committed index");
-        repo.write(u"dist/dist/nested.html"_s, "a folder named like the sync root");
-        repo.write(u"dist/vendor/bootstrap/dist/css/bootstrap.css"_s, "css");
-        repo.write(u"dist/drafts/secret.html"_s, "ignored");
-        repo.write(u"distribution/not-deployed.html"_s, "beside the sync root");
-        repo.write(u"README.md"_s, "outside");
-        repo.write(u".gitignore"_s, "dist/build/\ndist/generated/\n");
-        const QString first = repo.commitAll(u"first"_s);
+        const QString first = repo.commit({{u"dist/index.html"_s, "committed index"},
+                                           {u"dist/dist/nested.html"_s, "a folder named like the sync root"},
+                                           {u"dist/vendor/bootstrap/dist/css/bootstrap.css"_s, "css"},
+                                           {u"dist/drafts/secret.html"_s, "ignored"},
+                                           {u"distribution/not-deployed.html"_s, "beside the sync root"},
+                                           {u"README.md"_s, "outside"},
+                                           {u".gitignore"_s, "dist/build/\ndist/generated/\n"}});
         repo.write(u"dist/index.html"_s, "edited, not committed");
 
         test::storeSites({importedSite(repo, sftp)});

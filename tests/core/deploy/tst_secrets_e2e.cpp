@@ -136,8 +136,7 @@ private slots:
         m_repo = std::make_unique<test::GitRepository>();
         for (int i = 0; i < 400; ++i)
             m_repo->write(u"pages/page-%1.html"_s.arg(i, 3, 10, QChar(u'0')), QByteArray(200, 'x'));
-        m_repo->write(u"locked/inside.html"_s, "cannot go");
-        m_repo->commitAll(u"first"_s);
+        m_repo->commit({{u"locked/inside.html"_s, "cannot go"}});
 
         m_sampler.setInterval(2);
         connect(&m_sampler, &QTimer::timeout, this, &TestSecrets::sample);

@@ -97,12 +97,11 @@ private slots:
 
     void firstAndLaterDeployments() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "one");
-        repo.write(u"about.html"_s, "one");
-        repo.write(u"css/site.css"_s, "one");
-        repo.write(u"old/page.html"_s, "one");
-        repo.write(u"caf\u00e9.html"_s, "one");
-        const QString first = repo.commitAll(u"first"_s);
+        const QString first = repo.commit({{u"index.html"_s, "one"},
+                                           {u"about.html"_s, "one"},
+                                           {u"css/site.css"_s, "one"},
+                                           {u"old/page.html"_s, "one"},
+                                           {u"caf\u00e9.html"_s, "one"}});
 
         SitePtr site = siteAt(repo.path());
         SiteManager manager(site);
@@ -200,8 +199,7 @@ private slots:
 
     void hostileBranchNamesRunNothing() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "one");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "one"}});
         repo.git({u"branch"_s, u"dev"_s});
         repo.git({u"branch"_s, u"feature/x"_s});
         SiteManager manager(siteAt(repo.path()));
