@@ -43,7 +43,8 @@ void storeSites(const SiteList& sites) {
 
 namespace {
 
-ViewController& loaded(ViewController& controller) {
+// The types of the ends' arguments, known before the spy looks at them.
+ViewController& withTypesKnown(ViewController& controller) {
     qRegisterMetaType<DeployOutcome>();
     qRegisterMetaType<RunSummary>();
     return controller;
@@ -51,9 +52,15 @@ ViewController& loaded(ViewController& controller) {
 
 } // namespace
 
-DeployWindow::DeployWindow(const QString& pinnedSiteId)
+QString DeployAttempt::problem() const {
+    return deployed() ? QString() : QStringLiteral("outcome %1: %2").arg(int(outcome)).arg(message);
+}
+
+DeployWindow::DeployWindow(const SiteList& sites, const QString& pinnedSiteId)
     : controller(view)
-    , ended(&loaded(controller), &ViewController::deploymentEnded) {
+    , ended(&withTypesKnown(controller), &ViewController::deploymentEnded) {
+    if (!sites.isEmpty())
+        storeSites(sites);
     if (!pinnedSiteId.isEmpty())
         controller.pinSite(pinnedSiteId);
     controller.viewDidLoad();

@@ -30,13 +30,16 @@ struct DeployAttempt {
     QString message;
     RunSummary summary;
     bool deployed() const { return outcome == DeployOutcome::Deployed; }
+    // Nothing when the attempt deployed; else its outcome and message, for
+    // QCOMPARE against an empty text.
+    QString problem() const;
 };
 
 // The window's controller over a scripted view, loaded with the stored
-// sites (bound to one of them by its id when given), and every end of a
-// deployment it announces.
+// sites (the ones given, stored first, when there are), bound to one of them
+// by its id when given, and every end of a deployment it announces.
 struct DeployWindow {
-    explicit DeployWindow(const QString& pinnedSiteId = QString());
+    explicit DeployWindow(const SiteList& sites = SiteList(), const QString& pinnedSiteId = QString());
     // Presses Deploy and waits for the end (after a success, the record is
     // on the server then).
     DeployAttempt deploy();

@@ -217,6 +217,54 @@ bool ServerProcess::hasIpv6Loopback() {
     return bound;
 }
 
+LoopbackServer::LoopbackServer(const QString& program, const QString& logName)
+    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-") + program + QStringLiteral("-XXXXXX"))
+    , m_program(program)
+    , m_logName(logName) {
+    if (!ServerProcess::isRoot())
+        m_skipReason = program + QStringLiteral(" needs root here; run this test as root");
+    else if (!m_folder.isValid())
+        m_error = QStringLiteral("cannot create a temporary folder: ") + m_folder.errorString();
+}
+
+QString LoopbackServer::errorString() const {
+    if (m_skipReason)
+        return *m_skipReason;
+    if (!m_error.isEmpty())
+        return m_error;
+    if (!m_process.isRunning())
+        return m_program + QStringLiteral(" has stopped; its log: ") + logPath();
+    return QString();
+}
+
+void LoopbackServer::start(const QString& program, const std::function<QStringList(quint16)>& arguments,
+                           const QString& outputPath) {
+    if (!m_process.start(program, arguments, outputPath))
+        m_error = m_process.errorString();
+}
+
+bool LoopbackServer::makeCertificate(const QString& path, QString* error) {
+    // An EC key takes milliseconds where RSA takes a third of a second.
+    const QString certificate = path + QStringLiteral(".cert");
+    if (!ServerProcess::runTool(QStringLiteral("/usr/bin/openssl"),
+                                {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                                 QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                                 QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                                 QStringLiteral("-days"), QStringLiteral("3650"), QStringLiteral("-subj"),
+                                 QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), path,
+                                 QStringLiteral("-out"), certificate},
+                                error))
+        return false;
+    QFile key(path);
+    QFile cert(certificate);
+    if (!cert.open(QIODevice::ReadOnly) || !key.open(QIODevice::Append) || key.write(cert.readAll()) < 0 ||
+        !key.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+        *error = QStringLiteral("cannot join the key and the certificate in ") + path;
+        return false;
+    }
+    return true;
+}
+
 SilentServer::SilentServer(bool greets) {
     m_process.start(
         QStringLiteral("/usr/bin/python3"),

@@ -66,8 +66,7 @@ private slots:
     void recordOnTheServerWhenTheRunEnds() {
         test::GitRepository repo;
         const QString first = repo.commit({{u"index.html"_s, "one"}});
-        test::storeSites({test::ftpSite(repo, *m_ftp)});
-        test::DeployWindow window;
+        test::DeployWindow window({test::ftpSite(repo, *m_ftp)});
         QByteArray recordAtTheEnd;
         connect(&window.controller, &ViewController::deploymentEnded, this,
                 [&] { recordAtTheEnd = record(); });
@@ -90,15 +89,13 @@ private slots:
     void missingRecordDeploysOnlyTheChanges() {
         test::GitRepository repo;
         repo.commit({{u"old.html"_s, "old"}});
-        test::storeSites({test::ftpSite(repo, *m_ftp)});
-        test::DeployWindow window;
+        test::DeployWindow window({test::ftpSite(repo, *m_ftp)});
         QVERIFY(window.deploy().deployed());
         QVERIFY(m_ftp->emptyFolder(u"www"_s)); // the server was emptied
 
         const QString second = repo.commit({{u"new.html"_s, "new"}}, u"second"_s);
         window.controller.setupFileList();
-        const test::DeployAttempt attempt = window.deploy();
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.deploy().problem(), QString());
         QVERIFY(window.view.alerts.isEmpty());
         QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"new.html"_s}));
         QVERIFY(recordNames(second));
@@ -112,16 +109,13 @@ private slots:
         SitePtr other = test::ftpSite(repo, *m_ftp, u"other/"_s);
         other->name = u"Other"_s;
         SitePtr deployed = test::ftpSite(repo, *m_ftp);
-        test::storeSites({other, deployed});
-
-        test::DeployWindow window(deployed->siteId());
+        test::DeployWindow window({other, deployed}, deployed->siteId());
         QCOMPARE(window.controller.currentSite->siteId(), deployed->siteId());
         window.controller.deployButton();
         // Meanwhile the window's person moves the site up and selects the other.
         Sites().storeWithSites({deployed, other});
         Preferences::instance().setInteger(u"currentSiteIndex"_s, 1);
-        const test::DeployAttempt attempt = window.waitForEnd();
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.waitForEnd().problem(), QString());
 
         const SiteList stored = *Sites().loadAll();
         QCOMPARE(stored.size(), 2);
@@ -143,8 +137,7 @@ private slots:
         QVERIFY(!Sites().loadAll()->first()->hasSiteId());
         test::DeployWindow window;
         TWPasswords::setPassword(test::FtpServer::password(), window.controller.currentSite->siteId());
-        const test::DeployAttempt attempt = window.deploy();
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.deploy().problem(), QString());
         const SiteList stored = *Sites().loadAll();
         QCOMPARE(stored.size(), 1);
         QVERIFY(stored.first()->hasSiteId());
@@ -159,8 +152,7 @@ private slots:
     void siteThatCannotBeSavedIsNoSuccess() {
         test::GitRepository repo;
         const QString commit = repo.commit({{u"index.html"_s, "x"}});
-        test::storeSites({test::ftpSite(repo, *m_ftp)});
-        test::DeployWindow window;
+        test::DeployWindow window({test::ftpSite(repo, *m_ftp)});
         window.controller.deployButton();
         Sites().storeWithSites({}); // deleted while it deploys
         const test::DeployAttempt attempt = window.waitForEnd();
@@ -203,8 +195,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(view.heldSheets.size(), 1, 20000);
         QCOMPARE(view.alerts.size(), 2);
         view.answerHeldSheet(0); // Force deploy
-        const test::DeployAttempt attempt = window.waitForEnd(2);
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.waitForEnd(2).problem(), QString());
         QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a.txt"_s, u"b.txt"_s}));
         QVERIFY(recordNames(newest));
     }
@@ -238,15 +229,13 @@ private slots:
         SitePtr site = test::ftpSite(repo, *m_ftp);
         site->autoDeploy = true;
         site->preDeployScriptLocal = u"sleep 1"_s;
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         window.controller.deployButton();
         QTest::qWait(200);
         const QString second = repo.commit({{u"b.txt"_s, "2"}}, u"two"_s);
         window.commitWritten(repo);
         QVERIFY(window.waitForEnd(1).deployed());
-        const test::DeployAttempt attempt = window.waitForEnd(2);
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.waitForEnd(2).problem(), QString());
         QVERIFY(recordNames(second));
         QVERIFY(QFile::exists(www() + u"/b.txt"_s));
     }
@@ -292,8 +281,7 @@ private slots:
         SitePtr site = test::ftpSite(repo, *m_ftp);
         // After the uploads, before the record: the folder refuses writes.
         site->postDeployScriptLocal = u"chmod 555 '"_s + www() + u"'"_s;
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         const test::DeployAttempt attempt = window.deploy();
         QCOMPARE(int(attempt.outcome), int(DeployOutcome::RecordNotWritten));
         QVERIFY2(attempt.message.contains(u"record"_s), qPrintable(attempt.message));
@@ -313,8 +301,7 @@ private slots:
         repo.write(u".htaccess"_s, "deny"); // built, not committed
         SitePtr site = test::ftpSite(repo, *m_ftp);
         site->mandatoryFiles = std::make_shared<FileList>(FileList{File::initWithPath(u".htaccess"_s)});
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         ViewController& controller = window.controller;
         const auto state = [&](const QString& path, const QString& letter = QString()) {
             const qsizetype row = rowOf(controller, path, letter);
@@ -399,8 +386,7 @@ private slots:
         SitePtr site = test::ftpSite(repo, *m_ftp);
         site->mandatoryFiles = std::make_shared<FileList>(
             FileList{File::initWithPath(u"dist"_s), File::initWithPath(u"a.txt"_s)});
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         window.controller.updateCheckboxes(false, {rowOf(window.controller, u"b.txt"_s)});
 
         QList<QPair<QString, QString>> counts; // remaining, total
@@ -411,8 +397,7 @@ private slots:
                                         });
         auto disconnect = qScopeGuard([&] { QObject::disconnect(connection); });
         QSignalSpy progress(&window.controller, &ViewController::progressChanged);
-        const test::DeployAttempt attempt = window.deploy();
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(window.deploy().problem(), QString());
         QCOMPARE(test::tree(www()),
                  (QStringList{u".tarnwell"_s, u"a.txt"_s, u"c.txt"_s, u"dist/x.js"_s, u"dist/y.js"_s}));
         // The run's counters count its rows (a, b, c, the dist folder, a
@@ -483,10 +468,8 @@ private slots:
         repo.commit({{u"top.html"_s, "top"}, {u"a/b/deep.html"_s, "deep"}});
         SitePtr site = test::ftpSite(repo, *m_ftp);
         site->syncRootPath = u"/"_s;
-        test::storeSites({site});
-        test::DeployWindow window;
-        const test::DeployAttempt attempt = window.deploy();
-        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        test::DeployWindow window({site});
+        QCOMPARE(window.deploy().problem(), QString());
         QCOMPARE(test::tree(www()), (QStringList{u".tarnwell"_s, u"a/b/deep.html"_s, u"top.html"_s}));
         QCOMPARE(test::readFile(www() + u"/a/b/deep.html"_s), QByteArray("deep"));
     }
@@ -541,8 +524,7 @@ private slots:
         repo->commit({{u"index.html"_s, "x"}});
         SitePtr site = test::ftpSite(*repo, *m_ftp);
         site->preDeployScriptLocal = u"cd / && rm -rf '"_s + repo->path() + u"'"_s;
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         const test::DeployAttempt attempt = window.deploy();
         QCOMPARE(int(attempt.outcome), int(DeployOutcome::Failed));
         QVERIFY2(attempt.message.contains(u"is gone"_s), qPrintable(attempt.message));
@@ -582,8 +564,7 @@ private slots:
         Preferences::instance().setInteger(u"scriptTimeout"_s, 1);
         site->preDeployScriptLocal.reset();
         site->postDeployScriptLocal = u"echo post-started; sleep 30"_s;
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         const test::DeployAttempt attempt = window.deploy();
         QCOMPARE(int(attempt.outcome), int(DeployOutcome::ScriptFailed));
         for (const QString& shown : {window.view.alerts.first().detailedText, attempt.message}) {

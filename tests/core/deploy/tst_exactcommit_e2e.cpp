@@ -140,8 +140,7 @@ private slots:
                                            {u".gitignore"_s, "dist/build/\ndist/generated/\n"}});
         repo.write(u"dist/index.html"_s, "edited, not committed");
 
-        test::storeSites({importedSite(repo, sftp)});
-        test::DeployWindow window;
+        test::DeployWindow window({importedSite(repo, sftp)});
         test::DeployAttempt attempt = window.deploy();
         QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
         QCOMPARE(onServer(www), expected(repo));

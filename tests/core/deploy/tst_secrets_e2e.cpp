@@ -80,8 +80,7 @@ class TestSecrets : public QObject {
     // Deploys the site as the only stored one, through the window's
     // controller, sampling the curl processes meanwhile.
     test::DeployAttempt deploy(const SitePtr& site) {
-        test::storeSites({site});
-        test::DeployWindow window;
+        test::DeployWindow window({site});
         m_samplesWithCurl = 0;
         m_sampler.start();
         const test::DeployAttempt attempt = window.deploy();

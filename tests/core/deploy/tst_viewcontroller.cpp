@@ -36,8 +36,7 @@ private slots:
         test::GitRepository repo;
         repo.commit({{u"a"_s, "1"}}, u"one"_s);
         SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
-        test::storeSites({s});
-        test::DeployWindow window;
+        test::DeployWindow window({s});
         ViewController& controller = window.controller;
         QSignalSpy& attempts = window.ended;
 
@@ -77,8 +76,7 @@ private slots:
         repo.commit({{u"a"_s, "1"}}, u"one"_s);
         SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
         s->autoDeploy = true;
-        test::storeSites({s});
-        test::DeployWindow window;
+        test::DeployWindow window({s});
         QSignalSpy& attempts = window.ended;
         QFile lock(repo.path() + u"/.git/index.lock"_s);
         QVERIFY(lock.open(QIODevice::WriteOnly));
@@ -153,8 +151,7 @@ private slots:
         s->autoDeploy = true;
         auto always = File::initWithPath(u"a"_s);
         s->mandatoryFiles = std::make_shared<FileList>(FileList{always});
-        test::storeSites({s});
-        test::DeployWindow window;
+        test::DeployWindow window({s});
         ViewController& controller = window.controller;
         QSignalSpy& attempts = window.ended;
 
