@@ -6,6 +6,7 @@
 #include "SshServer.h"
 #include "deploy/ViewController.h"
 #include "model/Site.h"
+#include "transfer/Deployer.h"
 
 #include <QSignalSpy>
 #include <QString>
@@ -23,6 +24,12 @@ SitePtr sftpSite(const GitRepository& repo, const SshServer& server,
                  const QString& remotePath = QStringLiteral("~/www/"));
 // Stores the sites as the whole list, the first one current.
 void storeSites(const SiteList& sites);
+
+// Remembers the failures a Deployer reports while it sets up its engine.
+struct RecordingDeployerDelegate : DeployerDelegate {
+    QList<Error> errors;
+    void setupTransporterDidFailWithError(const Error& error) override { errors.append(error); }
+};
 
 // How one deployment attempt ended.
 struct DeployAttempt {

@@ -27,66 +27,47 @@ using namespace Qt::StringLiterals;
 class TestKeychainUnavailable : public QObject {
     Q_OBJECT
 
-    // Each call gives up after the time limit; the bound leaves a loaded
-    // machine seconds of room, far below a call that would wait for ever.
-    static void withinTheLimit(const QElapsedTimer& clock) {
+    // Runs a call, which gives up after the time limit; the bound leaves a
+    // loaded machine seconds of room, far below a call that would wait for
+    // ever.
+    static void withinTheLimit(const std::function<void()>& call) {
+        QElapsedTimer clock;
+        clock.start();
+        call();
         QVERIFY2(clock.elapsed() < KeychainJobRunner::timeout() + 4000,
                  qPrintable(QString::number(clock.elapsed())));
     }
 
     void expectUnavailable(qint64 expectedCode) {
         test::SystemLogCapture log;
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(!TWPasswords::getPasswordForSite(u"site"_s));
-        withinTheLimit(clock);
+        withinTheLimit([] { QVERIFY(!TWPasswords::getPasswordForSite(u"site"_s)); });
         QVERIFY(log.contains(u"Got an error reading password: "_s));
-        clock.restart();
-        TWPasswords::setPassword(u"pw"_s, u"site"_s);
-        withinTheLimit(clock);
+        withinTheLimit([] { TWPasswords::setPassword(u"pw"_s, u"site"_s); });
         QVERIFY(log.contains(u"Could not save 'password-site' in the secret store"_s));
-        clock.restart();
-        QVERIFY(!TWPasswords::getPassphraseForSite(u"site"_s));
-        withinTheLimit(clock);
-
+        withinTheLimit([] { QVERIFY(!TWPasswords::getPassphraseForSite(u"site"_s)); });
         std::optional<Error> error;
-        clock.restart();
-        QVERIFY(!FDKeychain::saveItem(u"x"_s, u"k"_s, u"svc"_s, &error));
-        withinTheLimit(clock);
+        withinTheLimit([&] { QVERIFY(!FDKeychain::saveItem(u"x"_s, u"k"_s, u"svc"_s, &error)); });
         QCOMPARE(error->code, expectedCode);
 
         // A deployment never starts without the password it should have:
         // it stops before any connection, saying why.
-        struct Delegate : DeployerDelegate {
-            std::optional<Error> failure;
-            void setupTransporterDidFailWithError(const Error& failed) override { failure = failed; }
-        } delegate;
+        test::RecordingDeployerDelegate delegate;
         SitePtr site = Site::newSite();
         site->username = u"webmaster"_s;
         site->host = u"127.0.0.1"_s;
         Deployer deployer(site);
         deployer.setDelegate(&delegate);
-        clock.restart();
-        deployer.setupTransporter();
-        withinTheLimit(clock);
+        withinTheLimit([&] { deployer.setupTransporter(); });
         QVERIFY(!deployer.getTransporter());
-        QVERIFY(delegate.failure);
-        QVERIFY2(delegate.failure->localizedDescription.startsWith(
+        QCOMPARE(delegate.errors.size(), 1);
+        QVERIFY2(delegate.errors.first().localizedDescription.startsWith(
                      u"The password could not be read from the secret store"_s),
-                 qPrintable(delegate.failure->localizedDescription));
+                 qPrintable(delegate.errors.first().localizedDescription));
     }
 
-    static QByteArray preferencesFile() {
-        QFile file(Preferences::instance().fileName());
-        if (!file.open(QIODevice::ReadOnly))
-            return QByteArray();
-        return file.readAll();
-    }
-
+    static QByteArray preferencesFile() { return test::readFile(Preferences::instance().fileName()); }
     static QString readLog() {
-        QFile file(Logger::sharedInstance().logFilePath());
-        file.open(QIODevice::ReadOnly);
-        return QString::fromUtf8(file.readAll());
+        return QString::fromUtf8(test::readFile(Logger::sharedInstance().logFilePath()));
     }
 
 private slots:
@@ -134,12 +115,9 @@ private slots:
             SitePtr site = Site::newSite();
             site->name = name;
             const QString path = folder.filePath(name + u".json"_s);
-            QFile file(path);
-            file.open(QIODevice::WriteOnly);
             QJsonObject exported = site->jsonObject(std::nullopt);
             exported.insert(u"password"_s, password);
-            file.write(QJsonDocument(QJsonArray{exported}).toJson());
-            file.close();
+            test::writeFile(path, QJsonDocument(QJsonArray{exported}).toJson());
             test::ScriptedInteraction ui;
             ui.openPanelAnswer = path;
             ImportSites(ui).browseFiles();

@@ -1,3 +1,4 @@
+#include "Inspection.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
@@ -118,10 +119,10 @@ private slots:
         const QStringList backups = folder.entryList({u"sites-unreadable-*.cbor"_s}, QDir::Files);
         QCOMPARE(backups.size(), 1);
         QVERIFY(problem->contains(backups.first()));
-        QFile backup(folder.filePath(backups.first()));
-        QVERIFY(backup.open(QIODevice::ReadOnly));
-        QCOMPARE(backup.readAll(), stored);
-        QCOMPARE(int(backup.permissions() & (QFile::ReadGroup | QFile::ReadOther)), 0);
+        QCOMPARE(test::readFile(folder.filePath(backups.first())), stored);
+        QCOMPARE(
+            int(QFile::permissions(folder.filePath(backups.first())) & (QFile::ReadGroup | QFile::ReadOther)),
+            0);
 
         // Saving the readable sites now overwrites nothing that is not kept.
         Sites().storeWithSites(loaded);
