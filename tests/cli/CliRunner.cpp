@@ -46,9 +46,16 @@ void CliRunner::withoutDesktop() {
 }
 
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
+    return runProgram(program(), arguments, m_environment, QString(), input);
+}
+
+CliResult CliRunner::runProgram(const QString& program, const QStringList& arguments,
+                                const QProcessEnvironment& environment, const QString& folder,
+                                const QByteArray& input) {
     QProcess process;
-    process.setProcessEnvironment(m_environment);
-    process.start(QStringLiteral(TARNWELL_CLI_PROGRAM), arguments);
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(folder);
+    process.start(program, arguments);
     if (!input.isEmpty())
         process.write(input);
     process.closeWriteChannel();

@@ -43,6 +43,11 @@ public:
     void withoutDesktop();
 
     CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
+    // Runs another program to its end (two minutes at most) in the folder,
+    // with the environment given.
+    static CliResult runProgram(const QString& program, const QStringList& arguments,
+                                const QProcessEnvironment& environment, const QString& folder = QString(),
+                                const QByteArray& input = QByteArray());
     // Standard output of a --json command.
     QJsonDocument json(const QStringList& arguments) const;
     // Starts the command in the background.

@@ -79,21 +79,8 @@ class TestCliInitCi : public QObject {
         environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
         for (auto it = variables.cbegin(); it != variables.cend(); ++it)
             environment.insert(it.key(), it.value());
-        QProcess job;
-        job.setProcessEnvironment(environment);
-        job.setWorkingDirectory(repo.path());
-        job.start(u"/bin/sh"_s, {u"-e"_s, u"-c"_s, script});
-        job.closeWriteChannel();
-        test::CliResult result;
-        if (!job.waitForFinished(120000)) {
-            job.kill();
-            job.waitForFinished();
-            result.crashed = true;
-        }
-        result.exitCode = job.exitStatus() == QProcess::NormalExit ? job.exitCode() : -1;
-        result.out = QString::fromUtf8(job.readAllStandardOutput());
-        result.err = QString::fromUtf8(job.readAllStandardError());
-        return result;
+        return test::CliRunner::runProgram(u"/bin/sh"_s, {u"-e"_s, u"-c"_s, script}, environment,
+                                           repo.path());
     }
 
     static QMap<QString, QString> gitHubVariables(const test::GitRepository& repo) {

@@ -2,6 +2,7 @@
 #include "ScriptedInteraction.h"
 #include "SiteEditorDialog.h"
 #include "TestEnvironment.h"
+#include "WindowTesting.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "model/SiteListActions.h"
@@ -31,15 +32,7 @@ class TestSiteEditor : public QObject {
 
     test::GitRepository m_repo;
 
-    void fillValid(SiteEditorDialog& editor) {
-        editor.nameField()->setText(u"Blog"_s);
-        QVERIFY(editor.setRepositoryFolder(m_repo.path()));
-        editor.hostField()->setText(u"ftp.example.org"_s);
-        editor.usernameField()->setText(u"bob"_s);
-        editor.passwordField()->setText(u"pw"_s);
-        editor.remotePathField()->setText(u"/www"_s);
-        editor.deployBranchField()->setCurrentText(u"main"_s);
-    }
+    void fillValid(SiteEditorDialog& editor) { QVERIFY(test::fillValid(editor, m_repo.path())); }
 
 private slots:
     void initTestCase() {
@@ -148,6 +141,7 @@ private slots:
         editor->show();
         QVERIFY(Preferences::instance().boolValue(u"editing"_s));
         fillValid(*editor);
+        editor->passwordField()->setText(u"pw"_s);
         editor->syncRootField()->setText(u"public"_s);
         editor->passiveModeField()->setChecked(false);
         editor->autoDeployField()->setChecked(true);

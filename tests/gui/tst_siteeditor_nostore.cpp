@@ -2,6 +2,7 @@
 #include "ScriptedInteraction.h"
 #include "SiteEditorDialog.h"
 #include "TestEnvironment.h"
+#include "WindowTesting.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
@@ -20,13 +21,7 @@ class TestSiteEditorNoStore : public QObject {
 
     test::GitRepository m_repo;
 
-    void fillValid(SiteEditorDialog& editor) {
-        editor.nameField()->setText(u"Blog"_s);
-        QVERIFY(editor.setRepositoryFolder(m_repo.path()));
-        editor.hostField()->setText(u"ftp.example.org"_s);
-        editor.usernameField()->setText(u"bob"_s);
-        editor.remotePathField()->setText(u"/www"_s);
-    }
+    void fillValid(SiteEditorDialog& editor) { QVERIFY(test::fillValid(editor, m_repo.path())); }
 
 private slots:
     void initTestCase() {
