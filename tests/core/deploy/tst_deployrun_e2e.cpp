@@ -576,18 +576,11 @@ private slots:
 
     // The display is kept awake for a run and let go whatever way it ends.
     void displaySleepReleasedOnEveryEnd() {
-        test::DBusMockService screenSaver(u"org.freedesktop.ScreenSaver"_s, u"/org/freedesktop/ScreenSaver"_s,
-                                          {u"org.freedesktop.ScreenSaver"_s,
-                                           u"/org/freedesktop/ScreenSaver"_s,
-                                           u"org.freedesktop.ScreenSaver"_s});
-        QVERIFY(screenSaver.start());
-        screenSaver.mockCall(u"AddMethod"_s,
-                             {QString(), u"Inhibit"_s, u"ss"_s, u"u"_s,
-                              u"self.cookie = getattr(self, 'cookie', 0) + 1\nret = self.cookie"_s});
-        screenSaver.mockCall(u"AddMethod"_s, {QString(), u"UnInhibit"_s, u"u"_s, QString(), QString()});
+        const auto screenSaver = test::DBusMockService::screenSaver();
+        QVERIFY(screenSaver);
         const auto balance = [&] {
             int held = 0;
-            for (const auto& call : screenSaver.calls())
+            for (const auto& call : screenSaver->calls())
                 held += call.first == u"Inhibit"_s ? 1 : call.first == u"UnInhibit"_s ? -1 : 0;
             return held;
         };
@@ -608,7 +601,7 @@ private slots:
         test::DeployWindow window;
         QCOMPARE(int(window.deploy().outcome), int(DeployOutcome::Failed));
         QTRY_COMPARE(balance(), 0);
-        QVERIFY(screenSaver.calls().size() >= 4);
+        QVERIFY(screenSaver->calls().size() >= 4);
     }
 };
 
