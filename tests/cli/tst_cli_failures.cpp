@@ -83,10 +83,11 @@ private slots:
     void serverGoneBeforeTheRecord() {
         test::FtpServer ftp;
         TW_REQUIRE_SERVER(ftp);
-        // The server's process (it writes its pid beside the user's home).
-        const QString server =
-            QString::fromUtf8(test::readFile(QFileInfo(ftp.homeFolder()).path() + u"/pure-ftpd.pid"_s))
-                .trimmed();
+        // The server's process: it writes its pid beside the user's home, a
+        // moment after it accepts connections.
+        const QString pidFile = QFileInfo(ftp.homeFolder()).path() + u"/pure-ftpd.pid"_s;
+        QTRY_VERIFY(!test::readFile(pidFile).trimmed().isEmpty());
+        const QString server = QString::fromUtf8(test::readFile(pidFile)).trimmed();
         QVERIFY2(test::descendantsNamed("pure-ftpd").contains(server.toLongLong()), qPrintable(server));
 
         test::CliRunner cli;
