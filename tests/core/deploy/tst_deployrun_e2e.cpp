@@ -222,6 +222,45 @@ private slots:
         QVERIFY(window.controller.isIdle());
     }
 
+    // A commit on the deploy branch deploys by itself. git writes HEAD's
+    // reflog before it moves the branch: a deployment started on the
+    // reflog's change alone would deploy the old commit again and miss the
+    // new one, so nothing starts while the branch is locked.
+    void commitsDeployThemselves() {
+        test::GitRepository repo;
+        repo.commit({{u"index.html"_s, "one"}});
+        SitePtr site = test::ftpSite(repo, *m_ftp);
+        site->autoDeploy = true;
+        test::DeployWindow window({site});
+        QCOMPARE(window.controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
+        const QString head = repo.commit({{u"index.html"_s, "two"}}, u"second"_s);
+        QVERIFY(window.waitForEnd(1).deployed());
+        QTRY_VERIFY(recordNames(head));
+        QCOMPARE(test::readFile(www() + u"/index.html"_s), QByteArray("two"));
+
+        repo.write(u"index.html"_s, "three");
+        repo.git({u"add"_s, u"-A"_s});
+        const QString old = repo.git({u"rev-parse"_s, u"HEAD"_s});
+        const QString commit =
+            repo.git({u"commit-tree"_s, repo.git({u"write-tree"_s}), u"-p"_s, old, u"-m"_s, u"third"_s});
+        const QString ref = repo.path() + u"/.git/refs/heads/main"_s;
+        QVERIFY(test::writeFile(ref + u".lock"_s, commit.toUtf8() + '\n'));
+        QFile reflog(repo.path() + u"/.git/logs/HEAD"_s);
+        QVERIFY(reflog.open(QIODevice::Append));
+        reflog.write(
+            QString(old + u' ' + commit + u" T <t@example.com> 1 +0000\tcommit: third\n"_s).toUtf8());
+        reflog.close();
+        QTest::qWait(1500);
+        QCOMPARE(window.ended.count(), 1);
+        QVERIFY(!window.controller.isDeploying());
+
+        QVERIFY(QFile::remove(ref));
+        QVERIFY(QFile::rename(ref + u".lock"_s, ref));
+        QVERIFY(window.waitForEnd(2).deployed());
+        QTRY_VERIFY2(recordNames(commit.left(7)), record().constData());
+        QCOMPARE(window.ended.count(), 2);
+    }
+
     // A commit made while a run is under way is deployed when it has ended.
     void commitDuringARunIsDeployedAfterIt() {
         test::GitRepository repo;
