@@ -1,7 +1,9 @@
 #include "CliRunner.h"
 
 #include <QDir>
-#include <QProcess>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QTest>
 
 namespace tw::test {
 
@@ -36,10 +38,24 @@ QString CliRunner::program() const {
     return QStringLiteral(TARNWELL_CLI_PROGRAM);
 }
 
+void CliRunner::withoutDesktop() {
+    setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent/bus"));
+    const QString temp = folder() + QStringLiteral("/tmp");
+    QDir().mkpath(temp);
+    setVariable(QStringLiteral("TMPDIR"), temp);
+}
+
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
+    return runProgram(program(), arguments, m_environment, QString(), input);
+}
+
+CliResult CliRunner::runProgram(const QString& program, const QStringList& arguments,
+                                const QProcessEnvironment& environment, const QString& folder,
+                                const QByteArray& input) {
     QProcess process;
-    process.setProcessEnvironment(m_environment);
-    process.start(QStringLiteral(TARNWELL_CLI_PROGRAM), arguments);
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(folder);
+    process.start(program, arguments);
     if (!input.isEmpty())
         process.write(input);
     process.closeWriteChannel();
@@ -56,6 +72,43 @@ CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) 
 
 QJsonDocument CliRunner::json(const QStringList& arguments) const {
     return QJsonDocument::fromJson(run(arguments).out.toUtf8());
+}
+
+std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
+    auto process = std::make_unique<QProcess>();
+    process->setProcessEnvironment(m_environment);
+    process->start(program(), arguments);
+    process->closeWriteChannel();
+    return process;
+}
+
+bool CliRunner::waitForOutput(QProcess& process, QByteArray& output, const QByteArray& text) {
+    return QTest::qWaitFor(
+               [&] {
+                   output += process.readAllStandardOutput();
+                   return output.contains(text) || process.state() == QProcess::NotRunning;
+               },
+               30000) &&
+           output.contains(text);
+}
+
+CliResult CliRunner::addFtpSite(const GitRepository& repo, const FtpServer& server, const QString& name,
+                                const QString& remotePath, const QStringList& more) const {
+    return run(QStringList{QStringLiteral("add"), QStringLiteral("--name"), name, QStringLiteral("--folder"),
+                           repo.path(), QStringLiteral("--host"), FtpServer::host(), QStringLiteral("--port"),
+                           QString::number(server.port()), QStringLiteral("--user"), FtpServer::userName(),
+                           QStringLiteral("--remote-path"), remotePath, QStringLiteral("--password-stdin")} +
+                   more,
+               FtpServer::password().toUtf8() + '\n');
+}
+
+QString CliRunner::lastDeployed(int index) const {
+    return json({QStringLiteral("sites"), QStringLiteral("--json")})
+        .array()
+        .at(index)
+        .toObject()
+        .value(QStringLiteral("lastDeployedCommit"))
+        .toString();
 }
 
 } // namespace tw::test

@@ -1,11 +1,17 @@
 #pragma once
 
+#include "FtpServer.h"
+#include "GitRepository.h"
+
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+
+#include <memory>
 
 namespace tw::test {
 
@@ -31,10 +37,31 @@ public:
     QString program() const;
     QProcessEnvironment environment() const { return m_environment; }
     void setEnvironment(const QProcessEnvironment& environment) { m_environment = environment; }
+    void setVariable(const QString& name, const QString& value) { m_environment.insert(name, value); }
+    // As in a CI job: no session bus to reach (so no secret store), and a
+    // temporary folder of its own, folder() + "/tmp".
+    void withoutDesktop();
 
     CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
+    // Runs another program to its end (two minutes at most) in the folder,
+    // with the environment given.
+    static CliResult runProgram(const QString& program, const QStringList& arguments,
+                                const QProcessEnvironment& environment, const QString& folder = QString(),
+                                const QByteArray& input = QByteArray());
     // Standard output of a --json command.
     QJsonDocument json(const QStringList& arguments) const;
+    // Starts the command in the background.
+    std::unique_ptr<QProcess> start(const QStringList& arguments) const;
+    // Waits until the process has printed the text on standard output, which
+    // output collects.
+    static bool waitForOutput(QProcess& process, QByteArray& output, const QByteArray& text);
+
+    // 'add' of a site on the FTP server, its password given on standard input.
+    CliResult addFtpSite(const GitRepository& repo, const FtpServer& server, const QString& name,
+                         const QString& remotePath = QStringLiteral("www/"),
+                         const QStringList& more = QStringList()) const;
+    // The last deployed commit 'sites --json' gives for the site at index.
+    QString lastDeployed(int index = 0) const;
 
 private:
     QTemporaryDir m_folder;

@@ -2,7 +2,6 @@
 
 #include "Inspection.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 
 namespace tw::test {
@@ -21,6 +20,17 @@ bool ProcessSampler::sample(qint64 ancestor, QStringList* leaks) const {
             curl = true;
     }
     return curl;
+}
+
+QString ProcessSampler::Run::complaints(int exitCode) const {
+    QString text;
+    if (result.exitCode != exitCode)
+        text += QString::fromUtf8(result.describe()) + QLatin1Char('\n');
+    if (!leaks.isEmpty())
+        text += QStringLiteral("secrets on command lines: ") + leaks.join(QLatin1Char('\n'));
+    if (curlSamples == 0)
+        text += QStringLiteral("no sample saw a curl");
+    return text;
 }
 
 ProcessSampler::Run ProcessSampler::run(const CliRunner& cli, const QStringList& arguments,
@@ -54,15 +64,6 @@ ProcessSampler::Run ProcessSampler::run(const CliRunner& cli, const QStringList&
     run.result.out = QString::fromUtf8(command.readAllStandardOutput());
     run.result.err += QString::fromUtf8(command.readAllStandardError());
     return run;
-}
-
-QList<qint64> descendantsNamed(qint64 ancestor, const QByteArray& name) {
-    QList<qint64> found;
-    for (const ProcessEntry& process : descendants(ancestor)) {
-        if (process.name == name)
-            found.append(process.pid);
-    }
-    return found;
 }
 
 } // namespace tw::test

@@ -23,6 +23,11 @@ public:
         CliResult result;
         QStringList leaks;   // command lines that held a secret
         int curlSamples = 0; // samples in which a curl child of the command ran
+
+        // What is wrong with the run, for QCOMPARE against an empty text: an
+        // exit code other than the one given, a secret on a command line, or
+        // no curl seen at all.
+        QString complaints(int exitCode) const;
     };
 
     // Called after every sample with the running command (to send it a
@@ -39,9 +44,5 @@ public:
 private:
     QByteArrayList m_secrets;
 };
-
-// Descendants of the process (by /proc parent links) whose command name is
-// the given one ("sleep", "curl").
-QList<qint64> descendantsNamed(qint64 ancestor, const QByteArray& name);
 
 } // namespace tw::test

@@ -17,10 +17,7 @@
 #include <QProcess>
 #include <QTest>
 
-#include <arpa/inet.h>
 #include <csignal>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,47 +41,6 @@ QList<uint> keyFileModes(const QString& folder) {
     return modes;
 }
 
-// A port of 127.0.0.1 that takes connections (the kernel completes them)
-// and never says a word: a server gone silent.
-class SilentServer {
-public:
-    SilentServer() {
-        m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (m_socket < 0 || ::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(m_socket, 16) != 0 ||
-            ::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-            return;
-        m_port = ntohs(address.sin_port);
-    }
-    ~SilentServer() {
-        if (m_socket >= 0)
-            ::close(m_socket);
-    }
-    SilentServer(const SilentServer&) = delete;
-    SilentServer& operator=(const SilentServer&) = delete;
-    quint16 port() const { return m_port; }
-
-private:
-    int m_socket = -1;
-    quint16 m_port = 0;
-};
-
-// Files under the folder whose content holds the text.
-QStringList filesWith(const QString& folder, const QByteArray& text) {
-    QStringList found;
-    QDirIterator files(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        const QString path = files.next();
-        if (test::readFile(path).contains(text))
-            found.append(path);
-    }
-    return found;
-}
-
 } // namespace
 
 // A CI job's deployment: a site file in the repository, the secrets in
@@ -94,17 +50,19 @@ class TestCliCi : public QObject {
 
     std::unique_ptr<test::FtpServer> m_ftp;
 
-    // A runner with no session bus to reach and its own temporary folder.
-    static void withoutDesktop(test::CliRunner& cli) {
-        QProcessEnvironment environment = cli.environment();
-        environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
-        const QString temp = cli.folder() + u"/tmp"_s;
-        QDir().mkpath(temp);
-        environment.insert(u"TMPDIR"_s, temp);
-        cli.setEnvironment(environment);
-    }
-
-    static void writeSiteFile(const test::GitRepository& repo, QJsonObject site) {
+    // The site file in the repository, "tarnwell-site.json", which the site
+    // ignores: for the FTP server unless site says otherwise (a null leaves
+    // the key out).
+    QString writeSiteFile(const test::GitRepository& repo, QJsonObject site) const {
+        for (const auto& [key, value] :
+             {std::pair(u"protocol"_s, u"FTP"_s), std::pair(u"host"_s, test::FtpServer::host()),
+              std::pair(u"port"_s, QString::number(m_ftp->port())),
+              std::pair(u"username"_s, test::FtpServer::userName())}) {
+            if (!site.contains(key))
+                site.insert(key, value);
+            else if (site.value(key).isNull())
+                site.remove(key);
+        }
         site.insert(u"name"_s, u"CI site"_s);
         site.insert(u"localPath"_s, u"."_s);
         site.insert(u"deployBranch"_s, u"main"_s);
@@ -113,6 +71,15 @@ class TestCliCi : public QObject {
                         QJsonDocument(QJsonObject{{u"pathWithFilename"_s, u"tarnwell-site.json"_s}})
                             .toJson(QJsonDocument::Compact))});
         repo.write(u"tarnwell-site.json"_s, QJsonDocument(site).toJson());
+        return repo.path() + u"/tarnwell-site.json"_s;
+    }
+
+    static QJsonObject sftpSite(const test::SshServer& ssh) {
+        return {{u"protocol"_s, u"SFTP"_s},
+                {u"host"_s, test::SshServer::host()},
+                {u"port"_s, QString::number(ssh.port())},
+                {u"username"_s, test::SshServer::userName()},
+                {u"remotePath"_s, QString(ssh.remoteFolder() + u"/site/"_s)}};
     }
 
     static void writePages(const test::GitRepository& repo, int count) {
@@ -140,35 +107,24 @@ private slots:
     void ftpFromASiteFile() {
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
-        withoutDesktop(cli);
-        QProcessEnvironment environment = cli.environment();
-        environment.insert(u"CI_FTP_PASSWORD"_s, test::FtpServer::password());
-        cli.setEnvironment(environment);
+        cli.withoutDesktop();
+        cli.setVariable(u"CI_FTP_PASSWORD"_s, test::FtpServer::password());
         test::GitRepository repo;
-        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
-                             {u"host"_s, test::FtpServer::host()},
-                             {u"port"_s, QString::number(m_ftp->port())},
-                             {u"username"_s, test::FtpServer::userName()},
-                             {u"remotePath"_s, u"ci/"_s}});
+        const QString siteFile = writeSiteFile(repo, {{u"remotePath"_s, u"ci/"_s}});
         writePages(repo, 300);
         const QString first = repo.commitAll(u"first"_s);
         const QString www = m_ftp->homeFolder() + u"/ci"_s;
-        const QStringList deploy = {u"--no-input"_s,     u"deploy"_s,
-                                    u"--site-file"_s,    repo.path() + u"/tarnwell-site.json"_s,
-                                    u"--password-env"_s, u"CI_FTP_PASSWORD"_s,
-                                    u"--quiet"_s};
+        const QStringList deploy = {u"--no-input"_s,     u"deploy"_s,          u"--site-file"_s, siteFile,
+                                    u"--password-env"_s, u"CI_FTP_PASSWORD"_s, u"--quiet"_s};
 
         test::CliResult status =
-            cli.run({u"status"_s, u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
-                     u"--password-env"_s, u"CI_FTP_PASSWORD"_s});
+            cli.run({u"status"_s, u"--site-file"_s, siteFile, u"--password-env"_s, u"CI_FTP_PASSWORD"_s});
         QVERIFY2(status.exitCode == 0, status.describe().constData());
         QVERIFY2(status.out.contains(u"café.html"_s), status.describe().constData());
 
         const test::ProcessSampler sampler({test::FtpServer::password().toUtf8()});
         test::ProcessSampler::Run run = sampler.run(cli, deploy);
-        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
-        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
-        QVERIFY(run.curlSamples > 0);
+        QCOMPARE(run.complaints(0), QString());
         QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café"));
         QCOMPARE(test::readFile(www + u"/pages/9/page299.html"_s), QByteArray("page 299"));
         QVERIFY(!QFile::exists(www + u"/tarnwell-site.json"_s));
@@ -182,9 +138,7 @@ private slots:
         const QString second = repo.commitAll(u"second"_s);
         QVERIFY(QFile::remove(www + u"/pages/9/page299.html"_s)); // not re-sent: proves incremental
         run = sampler.run(cli, deploy);
-        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
-        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
-        QVERIFY(run.curlSamples > 0);
+        QCOMPARE(run.complaints(0), QString());
         QVERIFY2(run.result.out.contains(u"1 file uploaded, 1 deleted"_s), run.result.describe().constData());
         QCOMPARE(test::readFile(www + u"/café.html"_s), QByteArray("café 2"));
         QVERIFY(!QFile::exists(www + u"/pages/0/page0.html"_s));
@@ -193,10 +147,10 @@ private slots:
         output += run.result.out + run.result.err + status.out + status.err;
 
         QVERIFY2(!output.contains(test::FtpServer::password()), qPrintable(output));
-        QCOMPARE(filesWith(cli.folder(), test::FtpServer::password().toUtf8()), QStringList());
+        QCOMPARE(test::filesHolding(cli.folder(), {test::FtpServer::password().toUtf8()}), QStringList());
         QVERIFY(temporaryFolderIsEmpty(cli));
         // Nothing was stored for the person: no site list in the config home.
-        QCOMPARE(filesWith(cli.folder() + u"/config"_s, "CI site"), QStringList());
+        QCOMPARE(test::filesHolding(cli.folder() + u"/config"_s, {"CI site"}), QStringList());
     }
 
     // SFTP with the private key given as text and its pass phrase, both from
@@ -205,41 +159,29 @@ private slots:
         test::SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
         test::CliRunner cli;
-        withoutDesktop(cli);
-        QProcessEnvironment environment = cli.environment();
-        environment.insert(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.encryptedKeyPath())).trimmed());
-        environment.insert(u"CI_PHRASE"_s, test::SshServer::passphrase());
-        cli.setEnvironment(environment);
+        cli.withoutDesktop();
+        cli.setVariable(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.encryptedKeyPath())).trimmed());
+        cli.setVariable(u"CI_PHRASE"_s, test::SshServer::passphrase());
         test::GitRepository repo;
-        writeSiteFile(repo, {{u"protocol"_s, u"SFTP"_s},
-                             {u"host"_s, test::SshServer::host()},
-                             {u"port"_s, QString::number(ssh.port())},
-                             {u"username"_s, test::SshServer::userName()},
-                             {u"remotePath"_s, QString(ssh.remoteFolder() + u"/site/"_s)}});
+        const QString siteFile = writeSiteFile(repo, sftpSite(ssh));
         writePages(repo, 20);
         repo.commitAll(u"first"_s);
-        const QStringList deploy = {
-            u"--no-input"_s, u"deploy"_s, u"--site-file"_s,      repo.path() + u"/tarnwell-site.json"_s,
-            u"--key-env"_s,  u"CI_KEY"_s, u"--passphrase-env"_s, u"CI_PHRASE"_s};
+        const QStringList deploy = {u"--no-input"_s, u"deploy"_s, u"--site-file"_s,      siteFile,
+                                    u"--key-env"_s,  u"CI_KEY"_s, u"--passphrase-env"_s, u"CI_PHRASE"_s};
         // The key file is owner-only for as long as it exists.
         QList<uint> modes;
         const auto lookAtTheKey = [&](QProcess&) { modes += keyFileModes(cli.folder() + u"/tmp"_s); };
         const test::ProcessSampler sampler({test::SshServer::passphrase().toUtf8()});
         test::ProcessSampler::Run run = sampler.run(cli, deploy, lookAtTheKey);
-        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
-        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
-        QVERIFY(run.curlSamples > 0);
+        QCOMPARE(run.complaints(0), QString());
         QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/café.html"_s), QByteArray("café"));
         QString output = run.result.out + run.result.err;
 
-        repo.write(u"pages/1/page1.html"_s, "changed");
-        const QString second = repo.commitAll(u"second"_s);
+        const QString second = repo.commit({{u"pages/1/page1.html"_s, "changed"}}, u"second"_s);
         // Unchanged since the first run: an incremental run leaves it gone.
         QVERIFY(QFile::remove(ssh.remoteFolder() + u"/site/pages/2/page2.html"_s));
         run = sampler.run(cli, deploy, lookAtTheKey);
-        QVERIFY2(run.result.exitCode == 0, run.result.describe().constData());
-        QVERIFY2(run.leaks.isEmpty(), qPrintable(run.leaks.join(u'\n')));
-        QVERIFY(run.curlSamples > 0);
+        QCOMPARE(run.complaints(0), QString());
         QVERIFY2(run.result.out.contains(u"1 file uploaded, 0 deleted"_s), run.result.describe().constData());
         QCOMPARE(test::readFile(ssh.remoteFolder() + u"/site/pages/1/page1.html"_s), QByteArray("changed"));
         QVERIFY(!QFile::exists(ssh.remoteFolder() + u"/site/pages/2/page2.html"_s));
@@ -258,22 +200,16 @@ private slots:
         test::SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
         test::CliRunner cli;
-        withoutDesktop(cli);
-        QProcessEnvironment environment = cli.environment();
-        environment.insert(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.keyPath())));
-        cli.setEnvironment(environment);
+        cli.withoutDesktop();
+        cli.setVariable(u"CI_KEY"_s, QString::fromUtf8(test::readFile(ssh.keyPath())));
         test::GitRepository repo;
-        writeSiteFile(repo, {{u"protocol"_s, u"SFTP"_s},
-                             {u"host"_s, test::SshServer::host()},
-                             {u"port"_s, QString::number(ssh.port())},
-                             {u"username"_s, test::SshServer::userName()},
-                             {u"remotePath"_s, QString(ssh.remoteFolder() + u"/site/"_s)},
-                             {u"preDeployScriptLocal"_s, u"exec sleep 30"_s}});
+        QJsonObject site = sftpSite(ssh);
+        site.insert(u"preDeployScriptLocal"_s, u"exec sleep 30"_s);
+        const QString siteFile = writeSiteFile(repo, site);
         writePages(repo, 5);
         repo.commitAll(u"first"_s);
-        const QStringList deploy = {u"--no-input"_s,  u"deploy"_s,
-                                    u"--site-file"_s, repo.path() + u"/tarnwell-site.json"_s,
-                                    u"--key-env"_s,   u"CI_KEY"_s};
+        const QStringList deploy = {u"--no-input"_s, u"deploy"_s,    u"--site-file"_s,
+                                    siteFile,        u"--key-env"_s, u"CI_KEY"_s};
         const QString temp = cli.folder() + u"/tmp"_s;
         const test::ProcessSampler sampler({});
 
@@ -284,7 +220,7 @@ private slots:
                     return;
                 // SIGINT as soon as the key is there (the record is read
                 // then); SIGTERM while the local script runs.
-                if (signal == SIGTERM && test::descendantsNamed(command.processId(), "sleep").isEmpty())
+                if (signal == SIGTERM && test::descendantsNamed("sleep", command.processId()).isEmpty())
                     return;
                 ::kill(static_cast<pid_t>(command.processId()), signal);
                 sent = true;
@@ -305,17 +241,13 @@ private slots:
     void unreadableRecordIsNoFirstDeployment() {
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
-        withoutDesktop(cli);
+        cli.withoutDesktop();
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
-        const QString siteFile = repo.path() + u"/tarnwell-site.json"_s;
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
+        QString siteFile;
         const auto site = [&](quint16 port) {
-            writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
-                                 {u"host"_s, test::FtpServer::host()},
-                                 {u"port"_s, QString::number(port)},
-                                 {u"username"_s, test::FtpServer::userName()},
-                                 {u"remotePath"_s, u"unread/"_s}});
+            siteFile =
+                writeSiteFile(repo, {{u"port"_s, QString::number(port)}, {u"remotePath"_s, u"unread/"_s}});
         };
 
         // The server is down.
@@ -338,13 +270,13 @@ private slots:
 
         // A server that accepts and never says a word: Ctrl-C ends the read
         // at once, without waiting for its time-out.
-        const SilentServer silent;
-        QVERIFY(silent.port() != 0);
+        const test::SilentServer silent;
+        QVERIFY2(silent.isRunning(), qPrintable(silent.errorString()));
         site(silent.port());
         QElapsedTimer sinceSignal;
         const test::ProcessSampler::Run run = test::ProcessSampler({}).run(
             cli, {u"status"_s, u"--site-file"_s, siteFile}, [&](QProcess& command) {
-                if (sinceSignal.isValid() || test::descendantsNamed(command.processId(), "curl").isEmpty())
+                if (sinceSignal.isValid() || test::descendantsNamed("curl", command.processId()).isEmpty())
                     return;
                 ::kill(static_cast<pid_t>(command.processId()), SIGINT);
                 sinceSignal.start();
@@ -359,28 +291,18 @@ private slots:
     // variable that is not set, a secret option without a site file.
     void refusals() {
         test::CliRunner cli;
-        withoutDesktop(cli);
+        cli.withoutDesktop();
         test::GitRepository repo;
-        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
-                             {u"host"_s, test::FtpServer::host()},
-                             {u"port"_s, QString::number(m_ftp->port())},
-                             {u"username"_s, test::FtpServer::userName()},
-                             {u"password"_s, kFilePassword},
-                             {u"remotePath"_s, u"refused/"_s}});
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
-        const QString siteFile = repo.path() + u"/tarnwell-site.json"_s;
+        const QString siteFile =
+            writeSiteFile(repo, {{u"password"_s, kFilePassword}, {u"remotePath"_s, u"refused/"_s}});
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
 
         test::CliResult result = cli.run({u"deploy"_s, u"--site-file"_s, siteFile});
         QCOMPARE(result.exitCode, 7);
         QVERIFY2(result.err.contains(u"holds a password"_s), result.describe().constData());
         QVERIFY(!result.err.contains(kFilePassword));
 
-        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
-                             {u"host"_s, test::FtpServer::host()},
-                             {u"port"_s, QString::number(m_ftp->port())},
-                             {u"username"_s, test::FtpServer::userName()},
-                             {u"remotePath"_s, u"refused/"_s}});
+        writeSiteFile(repo, {{u"remotePath"_s, u"refused/"_s}});
         result =
             cli.run({u"deploy"_s, u"--site-file"_s, siteFile, u"--password-env"_s, u"CI_NOT_SET_ANYWHERE"_s});
         QCOMPARE(result.exitCode, 7);
@@ -388,10 +310,7 @@ private slots:
                  result.describe().constData());
 
         // No user name: the server cannot be asked for its record at all.
-        writeSiteFile(repo, {{u"protocol"_s, u"FTP"_s},
-                             {u"host"_s, test::FtpServer::host()},
-                             {u"port"_s, QString::number(m_ftp->port())},
-                             {u"remotePath"_s, u"refused/"_s}});
+        writeSiteFile(repo, {{u"username"_s, QJsonValue()}, {u"remotePath"_s, u"refused/"_s}});
         result = cli.run({u"status"_s, u"--site-file"_s, siteFile});
         QVERIFY2(result.exitCode == 7, result.describe().constData());
         QVERIFY2(!result.out.contains(u"never deployed"_s), result.describe().constData());

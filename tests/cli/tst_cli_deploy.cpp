@@ -1,11 +1,8 @@
 #include "CliRunner.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
+#include "Inspection.h"
 #include "ServerProcess.h"
 #include "TestEnvironment.h"
 
-#include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -13,26 +10,8 @@
 
 using namespace tw;
 using namespace Qt::StringLiterals;
-
-namespace {
-
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// Every file under a folder, relative, sorted.
-QStringList tree(const QString& folder) {
-    QStringList files;
-    QDirIterator walk(folder, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        files.append(QDir(folder).relativeFilePath(walk.next()));
-    files.sort();
-    return files;
-}
-
-} // namespace
+using test::readFile;
+using test::tree;
 
 // The built tarnwell-cli against a real FTP server: add, status, deploy and
 // its exit codes, a question without an answer, scripts
@@ -47,21 +26,7 @@ class TestCliDeploy : public QObject {
 
     test::CliResult addSite(const test::CliRunner& cli, const test::GitRepository& repo,
                             const QStringList& more = {}) const {
-        return cli.run(QStringList{u"add"_s, u"--name"_s, u"Blog"_s, u"--folder"_s, repo.path(), u"--host"_s,
-                                   test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()),
-                                   u"--user"_s, test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s,
-                                   u"--password-stdin"_s} +
-                           more,
-                       test::FtpServer::password().toUtf8() + '\n');
-    }
-
-    static QString lastDeployed(const test::CliRunner& cli) {
-        return cli.json({u"sites"_s, u"--json"_s})
-            .array()
-            .at(0)
-            .toObject()
-            .value(u"lastDeployedCommit"_s)
-            .toString();
+        return cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"www/"_s, more);
     }
 
 private slots:
@@ -72,19 +37,15 @@ private slots:
 
     void init() {
         TW_REQUIRE_SERVER(*m_ftp);
-        QDir(www()).removeRecursively();
         // The remote folder exists, as on a real server.
-        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
-        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+        QVERIFY(m_ftp->emptyFolder(u"www"_s));
     }
 
     void addStatusDeployStatus() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "<h1>one</h1>");
-        repo.write(u"old.html"_s, "old");
-        repo.write(u"css/site.css"_s, "body{}");
-        const QString first = repo.commitAll(u"first"_s);
+        const QString first = repo.commit(
+            {{u"index.html"_s, "<h1>one</h1>"}, {u"old.html"_s, "old"}, {u"css/site.css"_s, "body{}"}});
         test::CliResult r = addSite(cli, repo);
         QVERIFY2(r.exitCode == 0, r.describe().constData());
 
@@ -99,7 +60,7 @@ private slots:
         QCOMPARE(tree(www()),
                  (QStringList{u".tarnwell"_s, u"css/site.css"_s, u"index.html"_s, u"old.html"_s}));
         QVERIFY2(record().startsWith(first + u","_s) && record().endsWith(u",main"_s), qPrintable(record()));
-        QCOMPARE(lastDeployed(cli), first);
+        QCOMPARE(cli.lastDeployed(), first);
 
         // Nothing left: deploy says so with its own code.
         status = cli.json({u"status"_s, u"--json"_s}).object();
@@ -110,10 +71,9 @@ private slots:
         QVERIFY2(r.err.contains(u"Nothing to deploy"_s), r.describe().constData());
 
         // A commit that modifies, adds and deletes: exactly those go.
-        repo.write(u"index.html"_s, "<h1>two</h1>");
-        repo.write(u"new.html"_s, "new");
         repo.remove(u"old.html"_s);
-        const QString second = repo.commitAll(u"second"_s);
+        const QString second =
+            repo.commit({{u"index.html"_s, "<h1>two</h1>"}, {u"new.html"_s, "new"}}, u"second"_s);
         QMap<QString, QString> changes;
         for (const QJsonValue& file :
              cli.json({u"status"_s, u"--json"_s}).object().value(u"files"_s).toArray())
@@ -136,8 +96,7 @@ private slots:
     void countsArePrintedFilesSent() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "x"}});
         repo.write(u"dist/app.js"_s, "built"); // built, not committed
         repo.write(u"dist/app.css"_s, "built");
         test::CliResult r =
@@ -153,13 +112,11 @@ private slots:
     void foreignRecordWithoutAnswerChangesNothing() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"a.txt"_s, "1");
-        const QString first = repo.commitAll(u"one"_s);
+        const QString first = repo.commit({{u"a.txt"_s, "1"}}, u"one"_s);
         QCOMPARE(addSite(cli, repo).exitCode, 0);
         test::CliResult r = cli.run({u"deploy"_s});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
-        repo.write(u"b.txt"_s, "2");
-        const QString second = repo.commitAll(u"two"_s);
+        const QString second = repo.commit({{u"b.txt"_s, "2"}}, u"two"_s);
 
         // Someone deployed another branch to the server.
         const QByteArray foreign = "deadbee,100.0,other";
@@ -179,7 +136,7 @@ private slots:
         QVERIFY(!QFile::exists(www() + u"/b.txt"_s));
         QCOMPARE(readFile(www() + u"/.tarnwell"_s), foreign);
         QCOMPARE(readFile(m_ftp->transferLogPath()).count("\"PUT "), uploads);
-        QCOMPARE(lastDeployed(cli), first);
+        QCOMPARE(cli.lastDeployed(), first);
 
         r = cli.run({u"deploy"_s, u"--force"_s});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
@@ -191,8 +148,7 @@ private slots:
     void scriptAndConnectionErrors() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
         QCOMPARE(addSite(cli, repo, {u"--pre-deploy-local"_s, u"echo preparing\nexit 3"_s}).exitCode, 0);
 
         test::CliResult r = cli.run({u"deploy"_s});
@@ -210,7 +166,7 @@ private slots:
         QCOMPARE(r.exitCode, 8);
         QVERIFY2(r.err.contains(u"An error occured!"_s), r.describe().constData());
         QVERIFY(!QFile::exists(www() + u"/index.html"_s));
-        QVERIFY(lastDeployed(cli).isEmpty());
+        QVERIFY(cli.lastDeployed().isEmpty());
     }
 };
 

@@ -1,19 +1,11 @@
 #include "CliRunner.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
 #include "Inspection.h"
-#include "ProcessSampler.h"
-#include "ServerProcess.h"
 #include "TestEnvironment.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 
 #include <csignal>
@@ -33,26 +25,7 @@ class TestCliFailures : public QObject {
 
     test::CliResult addSite(const test::CliRunner& cli, const test::GitRepository& repo,
                             const QString& remote, const QStringList& more = {}) const {
-        return cli.run(QStringList{u"add"_s, u"--name"_s, u"Site"_s, u"--folder"_s, repo.path(), u"--host"_s,
-                                   test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()),
-                                   u"--user"_s, test::FtpServer::userName(), u"--remote-path"_s,
-                                   remote + u'/', u"--password-stdin"_s} +
-                           more,
-                       test::FtpServer::password().toUtf8() + '\n');
-    }
-
-    static QStringList curlChildrenOf(qint64 parent) {
-        QStringList found;
-        for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-            const QByteArray stat = test::readFile(u"/proc/"_s + pid + u"/stat"_s);
-            const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-            // An upload batch (-T), not the single run that reads the record.
-            if (fields.size() > 1 && fields.at(1).toLongLong() == parent &&
-                test::readFile(u"/proc/"_s + pid + u"/comm"_s).startsWith("curl") &&
-                test::readFile(u"/proc/"_s + pid + u"/cmdline"_s).contains(QByteArray("\0-T\0", 4)))
-                found.append(pid);
-        }
-        return found;
+        return cli.addFtpSite(repo, *m_ftp, u"Site"_s, remote + u'/', more);
     }
 
 private slots:
@@ -67,8 +40,7 @@ private slots:
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
         repo.write(u"config.php"_s, "<?php"); // built, not committed
         QVERIFY(
             addSite(cli, repo, u"gone"_s,
@@ -85,21 +57,13 @@ private slots:
     void curlrcIsNeverRead() {
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
-        QProcessEnvironment environment = cli.environment();
         const QString home = cli.folder() + u"/home"_s;
-        QDir().mkpath(home);
-        QFile curlrc(home + u"/.curlrc"_s);
-        QVERIFY(curlrc.open(QIODevice::WriteOnly));
-        curlrc.write("silent\nshow-error = false\n");
-        curlrc.close();
-        environment.insert(u"HOME"_s, home);
-        environment.insert(u"CURL_HOME"_s, home);
-        cli.setEnvironment(environment);
+        QVERIFY(test::writeFile(home + u"/.curlrc"_s, "silent\nshow-error = false\n"));
+        cli.setVariable(u"HOME"_s, home);
+        cli.setVariable(u"CURL_HOME"_s, home);
 
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.write(u"locked/page.html"_s, "x");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "x"}, {u"locked/page.html"_s, "x"}}, u"one"_s);
         QVERIFY(addSite(cli, repo, u"rc"_s).exitCode == 0);
         QVERIFY(QDir().mkpath(www(u"rc"_s)));
         QVERIFY(m_ftp->makeUnwritable(u"rc/locked"_s));
@@ -119,13 +83,12 @@ private slots:
     void serverGoneBeforeTheRecord() {
         test::FtpServer ftp;
         TW_REQUIRE_SERVER(ftp);
-        // The server's process (it writes its pid beside the user's home).
-        const QString server =
-            QString::fromUtf8(test::readFile(QFileInfo(ftp.homeFolder()).path() + u"/pure-ftpd.pid"_s))
-                .trimmed();
-        QVERIFY2(test::descendantsNamed(QCoreApplication::applicationPid(), "pure-ftpd")
-                     .contains(server.toLongLong()),
-                 qPrintable(server));
+        // The server's process: it writes its pid beside the user's home, a
+        // moment after it accepts connections.
+        const QString pidFile = QFileInfo(ftp.homeFolder()).path() + u"/pure-ftpd.pid"_s;
+        QTRY_VERIFY(!test::readFile(pidFile).trimmed().isEmpty());
+        const QString server = QString::fromUtf8(test::readFile(pidFile)).trimmed();
+        QVERIFY2(test::descendantsNamed("pure-ftpd").contains(server.toLongLong()), qPrintable(server));
 
         test::CliRunner cli;
         test::GitRepository repo;
@@ -139,11 +102,7 @@ private slots:
             u"while [ -e /proc/%1 ] && ! grep -q '^State:[[:space:]]*Z' /proc/%1/status; do sleep 0.05; done\n"_s
                 .arg(server);
         const test::CliResult added =
-            cli.run({u"add"_s, u"--name"_s, u"Site"_s, u"--folder"_s, repo.path(), u"--host"_s,
-                     test::FtpServer::host(), u"--port"_s, QString::number(ftp.port()), u"--user"_s,
-                     test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s, u"--password-stdin"_s,
-                     u"--post-deploy-local"_s, stop},
-                    test::FtpServer::password().toUtf8() + '\n');
+            cli.addFtpSite(repo, ftp, u"Site"_s, u"www/"_s, {u"--post-deploy-local"_s, stop});
         QVERIFY2(added.exitCode == 0, added.describe().constData());
 
         const test::CliResult result = cli.run({u"deploy"_s, u"--quiet"_s});
@@ -169,21 +128,23 @@ private slots:
         repo.commitAll(u"many"_s);
         QVERIFY(addSite(cli, repo, u"killed"_s).exitCode == 0);
 
-        QProcess deploy;
-        deploy.setProcessEnvironment(cli.environment());
-        deploy.start(cli.program(), {u"deploy"_s, u"--quiet"_s});
-        QStringList curls;
+        const auto deploy = cli.start({u"deploy"_s, u"--quiet"_s});
+        // An upload batch (-T), not the single run that reads the record.
+        const auto uploading = [&] {
+            for (const qint64 pid : test::descendantsNamed("curl", deploy->processId())) {
+                if (test::readFile(u"/proc/%1/cmdline"_s.arg(pid)).contains(QByteArray("\0-T\0", 4)))
+                    return pid;
+            }
+            return qint64(0);
+        };
+        qint64 curl = 0;
         QVERIFY(QTest::qWaitFor(
-            [&] {
-                curls = curlChildrenOf(deploy.processId());
-                return !curls.isEmpty() || deploy.state() == QProcess::NotRunning;
-            },
-            30000));
-        QVERIFY(!curls.isEmpty());
-        ::kill(static_cast<pid_t>(curls.first().toLongLong()), SIGKILL);
-        QVERIFY(deploy.waitForFinished(60000));
-        const QString err = QString::fromUtf8(deploy.readAllStandardError());
-        QVERIFY2(deploy.exitCode() == 8, qPrintable(err));
+            [&] { return (curl = uploading()) || deploy->state() == QProcess::NotRunning; }, 30000));
+        QVERIFY(curl);
+        ::kill(static_cast<pid_t>(curl), SIGKILL);
+        QVERIFY(deploy->waitForFinished(60000));
+        const QString err = QString::fromUtf8(deploy->readAllStandardError());
+        QVERIFY2(deploy->exitCode() == 8, qPrintable(err));
         QVERIFY2(err.contains(u"failed"_s), qPrintable(err));
         QVERIFY(!QFile::exists(www(u"killed"_s) + u"/.tarnwell"_s));
     }

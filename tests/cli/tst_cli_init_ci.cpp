@@ -1,18 +1,12 @@
 #include "CliRunner.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
 #include "Inspection.h"
-#include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 
 using namespace tw;
@@ -85,21 +79,8 @@ class TestCliInitCi : public QObject {
         environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
         for (auto it = variables.cbegin(); it != variables.cend(); ++it)
             environment.insert(it.key(), it.value());
-        QProcess job;
-        job.setProcessEnvironment(environment);
-        job.setWorkingDirectory(repo.path());
-        job.start(u"/bin/sh"_s, {u"-e"_s, u"-c"_s, script});
-        job.closeWriteChannel();
-        test::CliResult result;
-        if (!job.waitForFinished(120000)) {
-            job.kill();
-            job.waitForFinished();
-            result.crashed = true;
-        }
-        result.exitCode = job.exitStatus() == QProcess::NormalExit ? job.exitCode() : -1;
-        result.out = QString::fromUtf8(job.readAllStandardOutput());
-        result.err = QString::fromUtf8(job.readAllStandardError());
-        return result;
+        return test::CliRunner::runProgram(u"/bin/sh"_s, {u"-e"_s, u"-c"_s, script}, environment,
+                                           repo.path());
     }
 
     static QMap<QString, QString> gitHubVariables(const test::GitRepository& repo) {
@@ -120,14 +101,8 @@ private slots:
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.write(u"about/index.html"_s, "about");
-        repo.commitAll(u"site"_s);
-        test::CliResult r =
-            cli.run({u"add"_s, u"--name"_s, u"Blog"_s, u"--folder"_s, repo.path(), u"--host"_s,
-                     test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()), u"--user"_s,
-                     test::FtpServer::userName(), u"--remote-path"_s, u"ci/"_s, u"--password-stdin"_s},
-                    test::FtpServer::password().toUtf8() + '\n');
+        repo.commit({{u"index.html"_s, "home"}, {u"about/index.html"_s, "about"}}, u"site"_s);
+        test::CliResult r = cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"ci/"_s);
         QVERIFY2(r.exitCode == 0, r.describe().constData());
 
         r = cli.run({u"init-ci"_s, u"Blog"_s});
@@ -181,8 +156,7 @@ private slots:
 
         // A push that changes only the job: nothing to deploy, and the job is
         // no failure.
-        repo.write(kGitHubJob, job + "# a comment\n");
-        repo.commitAll(u"job only"_s);
+        repo.commit({{kGitHubJob, job + "# a comment\n"}}, u"job only"_s);
         variables.insert(u"GITHUB_SHA"_s, repo.git({u"rev-parse"_s, u"HEAD"_s}));
         r = runJob(cli, repo, script, variables);
         QVERIFY2(r.exitCode == 0, r.describe().constData());
@@ -211,8 +185,7 @@ private slots:
         TW_REQUIRE_SERVER(ssh);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.commitAll(u"site"_s);
+        repo.commit({{u"index.html"_s, "home"}}, u"site"_s);
         const QString remote = ssh.remoteFolder() + u"/site/"_s;
         // The remote script's ssh names no key of its own: in CI it gets the
         // key of the environment.
@@ -269,8 +242,7 @@ private slots:
         TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "home");
-        repo.commitAll(u"site"_s);
+        repo.commit({{u"index.html"_s, "home"}}, u"site"_s);
         const QString name = u"Blog\non: [pull_request]\r\njobs: {}\u2028x"_s;
         QJsonObject site{{u"name"_s, name},
                          {u"localPath"_s, repo.path()},
@@ -281,10 +253,7 @@ private slots:
                          {u"username"_s, test::FtpServer::userName()},
                          {u"remotePath"_s, u"odd/"_s}};
         const QString exportFile = cli.folder() + u"/sites.json"_s;
-        QFile file(exportFile);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(QJsonArray{site}).toJson());
-        file.close();
+        QVERIFY(test::writeFile(exportFile, QJsonDocument(QJsonArray{site}).toJson()));
         test::CliResult r = cli.run({u"import"_s, exportFile});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
 

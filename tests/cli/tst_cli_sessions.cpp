@@ -1,38 +1,17 @@
 #include "CliRunner.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
 #include "Inspection.h"
 #include "ServerProcess.h"
 #include "TestEnvironment.h"
 
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 
 #include <csignal>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
-
-namespace {
-
-// curl processes anywhere on the machine that talk to the port (their URLs
-// name it): what a command left behind after it ended.
-QStringList curlsFor(quint16 port) {
-    QStringList found;
-    const QByteArray needle = "127.0.0.1:" + QByteArray::number(port);
-    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QByteArray command = test::readFile(u"/proc/"_s + pid + u"/cmdline"_s);
-        if (command.contains("curl") && command.contains(needle))
-            found.append(pid);
-    }
-    return found;
-}
-
-} // namespace
 
 // tarnwell-cli as scripts and people use it over time: interrupted, watching
 // a repository, testing the connection, naming a site that is not the
@@ -45,28 +24,6 @@ class TestCliSessions : public QObject {
     QString www() const { return m_ftp->homeFolder() + u"/www"_s; }
     QByteArray record() const { return test::readFile(www() + u"/.tarnwell"_s); }
 
-    test::CliResult addSite(const test::CliRunner& cli, const test::GitRepository& repo, const QString& name,
-                            const QStringList& more = {}) const {
-        return cli.run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--host"_s,
-                                   test::FtpServer::host(), u"--port"_s, QString::number(m_ftp->port()),
-                                   u"--user"_s, test::FtpServer::userName(), u"--remote-path"_s, u"www/"_s,
-                                   u"--password-stdin"_s} +
-                           more,
-                       test::FtpServer::password().toUtf8() + '\n');
-    }
-
-    // Waits until the process has printed the text on standard output.
-    static bool waitForOutput(QProcess& process, QByteArray& output, const QByteArray& text,
-                              int timeout = 30000) {
-        return QTest::qWaitFor(
-                   [&] {
-                       output += process.readAllStandardOutput();
-                       return output.contains(text) || process.state() == QProcess::NotRunning;
-                   },
-                   timeout) &&
-               output.contains(text);
-    }
-
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
@@ -75,9 +32,7 @@ private slots:
 
     void init() {
         TW_REQUIRE_SERVER(*m_ftp);
-        QDir(www()).removeRecursively();
-        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
-        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+        QVERIFY(m_ftp->emptyFolder(u"www"_s));
     }
 
     // Ctrl-C during a deployment: exit code 130, every curl stopped, no
@@ -88,18 +43,16 @@ private slots:
         for (int i = 0; i < 1500; ++i)
             repo.write(u"f/%1/file%2.txt"_s.arg(i % 30).arg(i), QByteArray(256, 'x'));
         repo.commitAll(u"many"_s);
-        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+        QCOMPARE(cli.addFtpSite(repo, *m_ftp, u"Blog"_s).exitCode, 0);
 
-        QProcess deploy;
-        deploy.setProcessEnvironment(cli.environment());
-        deploy.start(cli.program(), {u"deploy"_s, u"--quiet"_s});
-        QVERIFY(QTest::qWaitFor([&] { return !curlsFor(m_ftp->port()).isEmpty(); }, 30000));
-        ::kill(static_cast<pid_t>(deploy.processId()), SIGINT);
-        QVERIFY(deploy.waitForFinished(30000));
-        QCOMPARE(deploy.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(deploy.exitCode(), 130);
-        QVERIFY(QString::fromUtf8(deploy.readAllStandardError()).contains(u"Interrupted"_s));
-        QCOMPARE(curlsFor(m_ftp->port()), QStringList());
+        const auto deploy = cli.start({u"deploy"_s, u"--quiet"_s});
+        QVERIFY(QTest::qWaitFor([&] { return !test::curlsTalkingTo(m_ftp->port()).isEmpty(); }, 30000));
+        ::kill(static_cast<pid_t>(deploy->processId()), SIGINT);
+        QVERIFY(deploy->waitForFinished(30000));
+        QCOMPARE(deploy->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(deploy->exitCode(), 130);
+        QVERIFY(QString::fromUtf8(deploy->readAllStandardError()).contains(u"Interrupted"_s));
+        QCOMPARE(test::curlsTalkingTo(m_ftp->port()), QList<qint64>());
         QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
     }
 
@@ -108,25 +61,22 @@ private slots:
     void watchDeploysEveryCommit() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "one");
-        repo.commitAll(u"one"_s);
-        QCOMPARE(addSite(cli, repo, u"Blog"_s, {u"--auto-deploy"_s}).exitCode, 0);
+        repo.commit({{u"index.html"_s, "one"}}, u"one"_s);
+        QCOMPARE(cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"www/"_s, {u"--auto-deploy"_s}).exitCode, 0);
 
-        QProcess watch;
-        watch.setProcessEnvironment(cli.environment());
-        watch.start(cli.program(), {u"watch"_s, u"--quiet"_s});
+        const auto watch = cli.start({u"watch"_s, u"--quiet"_s});
         QByteArray output;
-        QVERIFY2(waitForOutput(watch, output, "Watching site"), output.constData());
+        QVERIFY2(cli.waitForOutput(*watch, output, "Watching site"), output.constData());
         for (int round = 2; round <= 3; ++round) {
-            repo.write(u"page%1.html"_s.arg(round), "page");
-            const QString commit = repo.commitAll(u"round %1"_s.arg(round));
-            QVERIFY2(waitForOutput(watch, output, "Deployed commit " + commit.toUtf8()),
-                     QByteArray(output + watch.readAllStandardError()).constData());
+            const QString commit =
+                repo.commit({{u"page%1.html"_s.arg(round), "page"}}, u"round %1"_s.arg(round));
+            QVERIFY2(cli.waitForOutput(*watch, output, "Deployed commit " + commit.toUtf8()),
+                     QByteArray(output + watch->readAllStandardError()).constData());
             QVERIFY(record().startsWith(QByteArray(commit.toUtf8() + ',')));
         }
-        ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
-        QVERIFY(watch.waitForFinished(20000));
-        QCOMPARE(watch.exitCode(), 0);
+        ::kill(static_cast<pid_t>(watch->processId()), SIGINT);
+        QVERIFY(watch->waitForFinished(20000));
+        QCOMPARE(watch->exitCode(), 0);
         QVERIFY(QFile::exists(www() + u"/page3.html"_s));
     }
 
@@ -135,9 +85,8 @@ private slots:
     void connectionTestExitCodes() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
-        QCOMPARE(addSite(cli, repo, u"Blog"_s).exitCode, 0);
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
+        QCOMPARE(cli.addFtpSite(repo, *m_ftp, u"Blog"_s).exitCode, 0);
 
         test::CliResult r = cli.run({u"test"_s, u"Blog"_s});
         QVERIFY2(r.exitCode == 0, r.describe().constData());
@@ -157,11 +106,10 @@ private slots:
     void namedSiteLeavesTheCurrentOne() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        const QString commit = repo.commitAll(u"one"_s);
-        QCOMPARE(addSite(cli, repo, u"Shop"_s).exitCode, 0);
+        const QString commit = repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
+        QCOMPARE(cli.addFtpSite(repo, *m_ftp, u"Shop"_s).exitCode, 0);
         QCOMPARE(cli.run({u"edit"_s, u"Shop"_s, u"--remote-path"_s, u"shop/"_s}).exitCode, 0);
-        QCOMPARE(addSite(cli, repo, u"Blog"_s, {u"--auto-deploy"_s}).exitCode, 0);
+        QCOMPARE(cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"www/"_s, {u"--auto-deploy"_s}).exitCode, 0);
         QCOMPARE(cli.run({u"use"_s, u"Shop"_s}).exitCode, 0);
         const auto sitesAfter = [&](const QString& blogCommit) {
             const QJsonArray sites = cli.json({u"sites"_s, u"--json"_s}).array();
@@ -181,18 +129,15 @@ private slots:
         // Watching the named site while the other one is current: a commit
         // is deployed to the named site and stored there, never over the
         // current one.
-        QProcess watch;
-        watch.setProcessEnvironment(cli.environment());
-        watch.start(cli.program(), {u"watch"_s, u"--quiet"_s, u"Blog"_s});
+        const auto watch = cli.start({u"watch"_s, u"--quiet"_s, u"Blog"_s});
         QByteArray output;
-        QVERIFY2(waitForOutput(watch, output, "Watching site"), output.constData());
-        repo.write(u"two.html"_s, "two");
-        const QString second = repo.commitAll(u"two"_s);
-        QVERIFY2(waitForOutput(watch, output, "Deployed commit " + second.toUtf8()),
-                 QByteArray(output + watch.readAllStandardError()).constData());
-        ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
-        QVERIFY(watch.waitForFinished(20000));
-        QCOMPARE(watch.exitCode(), 0);
+        QVERIFY2(cli.waitForOutput(*watch, output, "Watching site"), output.constData());
+        const QString second = repo.commit({{u"two.html"_s, "two"}}, u"two"_s);
+        QVERIFY2(cli.waitForOutput(*watch, output, "Deployed commit " + second.toUtf8()),
+                 QByteArray(output + watch->readAllStandardError()).constData());
+        ::kill(static_cast<pid_t>(watch->processId()), SIGINT);
+        QVERIFY(watch->waitForFinished(20000));
+        QCOMPARE(watch->exitCode(), 0);
         sitesAfter(second);
     }
 };

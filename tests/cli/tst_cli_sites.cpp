@@ -1,23 +1,12 @@
 #include "CliRunner.h"
-#include "GitRepository.h"
+#include "Inspection.h"
 #include "TestEnvironment.h"
 
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonObject>
 #include <QTest>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
-
-namespace {
-
-bool writeFile(const QString& path, const QByteArray& content) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
-} // namespace
 
 // The command line's usage errors and broken imports, run as a script
 // would run them: the built program, no terminal, exit codes and output.
@@ -64,12 +53,11 @@ private slots:
     void brokenImportsAddNothing() {
         test::CliRunner cli;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
         QCOMPARE(add(cli, u"Blog"_s, repo.path()).exitCode, 0);
         // Files that hold no sites add nothing, lose nothing and say why.
         const QString garbage = cli.folder() + u"/garbage.json"_s;
-        QVERIFY(writeFile(garbage, "this is not json"));
+        QVERIFY(test::writeFile(garbage, "this is not json"));
         test::CliResult r = cli.run({u"import"_s, garbage});
         QCOMPARE(r.exitCode, 1);
         QVERIFY2(r.err.contains(u"Could not import sites!"_s), r.describe().constData());

@@ -1,5 +1,4 @@
 #include "GitRepository.h"
-#include "MainWindow.h"
 #include "PreferencesDialog.h"
 #include "ProgressViewController.h"
 #include "ScriptEditorDialog.h"
@@ -7,6 +6,7 @@
 #include "SiteEditorDialog.h"
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
+#include "WindowTesting.h"
 #include "model/SiteListActions.h"
 
 #include <QAbstractItemView>
@@ -84,18 +84,11 @@ private slots:
 
     void everyInputHasAName() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
-        SitePtr site = Site::newSite();
-        site->name = u"Blog"_s;
-        site->localPath = repo.path();
-        site->host = u"127.0.0.1"_s;
-        site->deployBranch = u"main"_s;
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
+        const SitePtr site = test::siteFor(repo.path(), u"Blog"_s);
         SiteListActions::add(site);
 
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QVERIFY(window.isShowingFiles());
         QCOMPARE(unnamedInputs(&window), QStringList());
         QCOMPARE(window.sidebar()->addButton()->accessibleName(), u"Add site"_s);
@@ -113,16 +106,6 @@ private slots:
         QCOMPARE(unnamedInputs(&preferences), QStringList());
         ProgressViewController sheet;
         QCOMPARE(unnamedInputs(&sheet), QStringList());
-    }
-
-    // The walk itself finds an input without a name.
-    void anUnnamedFieldIsFound() {
-        QWidget form;
-        auto* named = new QLineEdit(&form);
-        named->setAccessibleName(u"Host"_s);
-        auto* unnamed = new QLineEdit(&form);
-        unnamed->setObjectName(u"mystery"_s);
-        QCOMPARE(unnamedInputs(&form), QStringList{u"QLineEdit mystery"_s});
     }
 };
 

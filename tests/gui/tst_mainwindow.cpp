@@ -1,7 +1,6 @@
+#include "DeploySites.h"
 #include "EmptyTablePlaceholder.h"
 #include "FileListPanel.h"
-#include "FtpServer.h"
-#include "GitRepository.h"
 #include "MainWindow.h"
 #include "ProgressViewController.h"
 #include "ServerProcess.h"
@@ -9,6 +8,7 @@
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
 #include "WidgetInteraction.h"
+#include "WindowTesting.h"
 #include "app/Preferences.h"
 #include "deploy/ViewController.h"
 #include "keychain/TWPasswords.h"
@@ -38,54 +38,9 @@
 using namespace tw;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-// The alert box that is open now, if any.
-QMessageBox* openAlert() {
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
-            return box;
-    }
-    return nullptr;
-}
-
-bool clickAlertButton(const QString& text) {
-    QMessageBox* box = openAlert();
-    if (!box)
-        return false;
-    for (QAbstractButton* button : box->buttons()) {
-        if (button->text() == text) {
-            button->click();
-            return true;
-        }
-    }
-    return false;
-}
-
-// Answers the next alert once it shows, from the event loop.
-void answerLater(std::function<void(QMessageBox*)> answer) {
-    auto* timer = new QTimer;
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, answer] {
-        if (QMessageBox* box = openAlert()) {
-            timer->stop();
-            timer->deleteLater();
-            answer(box);
-        }
-    });
-    timer->start(50);
-}
-
-SitePtr siteFor(const QString& folder, const QString& name) {
-    SitePtr site = Site::newSite();
-    site->name = name;
-    site->localPath = folder;
-    site->host = u"127.0.0.1"_s;
-    site->username = u"user"_s;
-    site->deployBranch = u"main"_s;
-    return site;
-}
-
-} // namespace
+using test::clickAlertButton;
+using test::openAlert;
+using test::siteFor;
 
 // The main window with the real controller, real repositories and, for the
 // questions, a real FTP server.
@@ -100,9 +55,7 @@ private slots:
     void init() { test::TestEnvironment::resetPreferences(); }
 
     void welcomeWithoutSites() {
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QVERIFY(!window.isShowingFiles());
         QVERIFY(window.placeholder()->addSiteButton()->isVisible());
         QVERIFY(!window.placeholder()->textView()->isVisible());
@@ -113,17 +66,12 @@ private slots:
 
     void listsTheSelectedSite() {
         test::GitRepository first, second;
-        first.write(u"index.html"_s, "a");
-        first.write(u"css/site.css"_s, "b");
-        first.commitAll(u"one"_s);
-        second.write(u"only.txt"_s, "c");
-        second.commitAll(u"one"_s);
+        first.commit({{u"index.html"_s, "a"}, {u"css/site.css"_s, "b"}}, u"one"_s);
+        second.commit({{u"only.txt"_s, "c"}}, u"one"_s);
         SiteListActions::add(siteFor(first.path(), u"First"_s));
         SiteListActions::add(siteFor(second.path(), u"Second"_s));
 
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QVERIFY(window.isShowingFiles());
         QCOMPARE(window.filePanel()->tableView()->model()->rowCount(), 2);
         QVERIFY(window.deployButton()->isEnabled());
@@ -146,14 +94,11 @@ private slots:
 
     void checkingOutTheDeployBranch() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
         repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"draft"_s});
         SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
 
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QPushButton* checkOut = window.placeholder()->checkOutButton();
         QTRY_VERIFY(checkOut->isVisible());
         QCOMPARE(checkOut->text(), u"Check out branch 'main'"_s);
@@ -168,18 +113,11 @@ private slots:
         test::FtpServer ftp;
         TW_REQUIRE_SERVER(ftp);
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "hello");
-        repo.commitAll(u"one"_s);
-        SitePtr site = siteFor(repo.path(), u"Blog"_s);
-        site->port = QString::number(ftp.port());
-        site->username = test::FtpServer::userName();
-        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
-        SiteListActions::add(site);
+        repo.commit({{u"index.html"_s, "hello"}}, u"one"_s);
+        SiteListActions::add(test::ftpSite(repo, ftp, QString()));
         QVERIFY(ftp.writeFile(u".tarnwell"_s, "abc1234,100.0,other"));
 
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QSignalSpy ended(&window.controller(), &ViewController::deploymentEnded);
 
         // "Cancel" ends the attempt and sends nothing.
@@ -221,16 +159,10 @@ private slots:
         for (int i = 0; i < total; ++i)
             repo.write(u"pages/page%1.html"_s.arg(i), QByteArray(2048, 'x'));
         repo.commitAll(u"one"_s);
-        SitePtr site = siteFor(repo.path(), u"Blog"_s);
-        site->port = QString::number(ftp.port());
-        site->username = test::FtpServer::userName();
-        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
-        SiteListActions::add(site);
+        SiteListActions::add(test::ftpSite(repo, ftp, QString()));
         Preferences::instance().setInteger(u"maxConnections"_s, 1);
 
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QStringList counts;
         QList<int> bars;
         QStringList disagreements;
@@ -269,15 +201,12 @@ private slots:
     // the log folder is one click away.
     void failuresInWordsPeopleRead() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
         SitePtr site = siteFor(repo.path(), u"Blog"_s);
         site->port = u"2121"_s;
         site->remotePath = u"www/"_s;
         SiteListActions::add(site);
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
 
         AlertRequest failure;
         failure.message = u"An error occured!"_s;
@@ -338,17 +267,14 @@ private slots:
     // words, and its tool tip keeps curl's text whatever the width.
     void messagesBelongToTheirSite() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
         const quint16 closed = test::ServerProcess::freePort();
         for (const QString& name : {u"First"_s, u"Second"_s}) {
             SitePtr site = siteFor(repo.path(), name);
             site->port = QString::number(closed);
             SiteListActions::add(site);
         }
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QListView* list = window.sidebar()->listView();
 
         window.testConnection();
@@ -394,14 +320,11 @@ private slots:
     // offers the settings; a missing folder can be chosen again.
     void placeholdersOfferTheFix() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
         repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"draft"_s});
         SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
         SiteListActions::add(siteFor(repo.path() + u"/gone"_s, u"Lost"_s));
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QTRY_VERIFY(window.placeholder()->checkOutButton()->isVisible());
         QVERIFY(!window.deployButton()->isEnabled());
         QCOMPARE(window.deployButton()->toolTip(), describe(DeployReadiness::OtherBranch));
@@ -423,15 +346,12 @@ private slots:
     // users look.
     void aDesktopCitizen() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
         const QString longName =
             u"The very long name of a site that a person gave it "_s.repeated(4).trimmed();
         SiteListActions::add(siteFor(repo.path(), longName));
         {
-            MainWindow window;
-            window.show();
-            window.load();
+            test::LoadedWindow window;
             QCOMPARE(window.windowTitle(), longName + u" \u2014 Tarnwell"_s);
             window.resize(760, 520);
             QTRY_VERIFY(window.siteLabel()->isElided());
@@ -452,9 +372,7 @@ private slots:
             QVERIFY(window.action(u"about"_s));
             window.close();
         }
-        MainWindow again;
-        again.show();
-        again.load();
+        test::LoadedWindow again;
         QCOMPARE(again.size(), QSize(760, 520));
         QCOMPARE(again.pos(), QPoint(40, 30));
         QCOMPARE(again.splitter()->sizes().first(), 300);
@@ -463,9 +381,7 @@ private slots:
         again.sidebar()->toggleAction()->trigger();
         QVERIFY(!again.sidebar()->isVisible());
         again.close();
-        MainWindow third;
-        third.show();
-        third.load();
+        test::LoadedWindow third;
         QVERIFY(!third.sidebar()->isVisible());
         QCOMPARE(third.sidebar()->toggleAction()->text(), u"Show Sites"_s);
         third.sidebar()->toggleAction()->trigger();
@@ -477,13 +393,9 @@ private slots:
     // Cancel the default.
     void keyboardAlone() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.write(u"about.html"_s, "b");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}, {u"about.html"_s, "b"}}, u"one"_s);
         SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QApplication::setActiveWindow(&window);
         window.sidebar()->listView()->setFocus();
         QList<QWidget*> stops{QApplication::focusWidget()};
@@ -499,7 +411,7 @@ private slots:
 
         // The question is modal: it is answered from the event loop.
         QString defaultButton;
-        answerLater([&](QMessageBox* box) {
+        test::answerLater([&](QMessageBox* box) {
             defaultButton = box->defaultButton()->text();
             QTest::keyClick(box, Qt::Key_Return);
         });
@@ -507,7 +419,7 @@ private slots:
         QTest::keyClick(window.sidebar()->listView(), Qt::Key_Delete);
         QCOMPARE(defaultButton, u"Cancel"_s);
         QCOMPARE(Sites().total(), 1);
-        answerLater([](QMessageBox*) { clickAlertButton(u"Delete"_s); });
+        test::answerLater([](QMessageBox*) { clickAlertButton(u"Delete"_s); });
         QApplication::setActiveWindow(&window);
         window.sidebar()->listView()->setFocus();
         QTest::keyClick(window.sidebar()->listView(), Qt::Key_Delete);

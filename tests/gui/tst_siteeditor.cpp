@@ -2,6 +2,7 @@
 #include "ScriptedInteraction.h"
 #include "SiteEditorDialog.h"
 #include "TestEnvironment.h"
+#include "WindowTesting.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "model/SiteListActions.h"
@@ -31,22 +32,12 @@ class TestSiteEditor : public QObject {
 
     test::GitRepository m_repo;
 
-    void fillValid(SiteEditorDialog& editor) {
-        editor.nameField()->setText(u"Blog"_s);
-        QVERIFY(editor.setRepositoryFolder(m_repo.path()));
-        editor.hostField()->setText(u"ftp.example.org"_s);
-        editor.usernameField()->setText(u"bob"_s);
-        editor.passwordField()->setText(u"pw"_s);
-        editor.remotePathField()->setText(u"/www"_s);
-        editor.deployBranchField()->setCurrentText(u"main"_s);
-    }
+    void fillValid(SiteEditorDialog& editor) { QVERIFY(test::fillValid(editor, m_repo.path())); }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_repo.write(u"public/index.html"_s, "x");
-        m_repo.write(u"public/css/site.css"_s, "y");
-        m_repo.commitAll(u"one"_s);
+        m_repo.commit({{u"public/index.html"_s, "x"}, {u"public/css/site.css"_s, "y"}}, u"one"_s);
         m_repo.git({u"branch"_s, u"live"_s});
     }
     void init() { test::TestEnvironment::resetPreferences(); }
@@ -150,6 +141,7 @@ private slots:
         editor->show();
         QVERIFY(Preferences::instance().boolValue(u"editing"_s));
         fillValid(*editor);
+        editor->passwordField()->setText(u"pw"_s);
         editor->syncRootField()->setText(u"public"_s);
         editor->passiveModeField()->setChecked(false);
         editor->autoDeployField()->setChecked(true);

@@ -2,6 +2,7 @@
 #include "ScriptedInteraction.h"
 #include "SiteEditorDialog.h"
 #include "TestEnvironment.h"
+#include "WindowTesting.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
@@ -20,19 +21,12 @@ class TestSiteEditorNoStore : public QObject {
 
     test::GitRepository m_repo;
 
-    void fillValid(SiteEditorDialog& editor) {
-        editor.nameField()->setText(u"Blog"_s);
-        QVERIFY(editor.setRepositoryFolder(m_repo.path()));
-        editor.hostField()->setText(u"ftp.example.org"_s);
-        editor.usernameField()->setText(u"bob"_s);
-        editor.remotePathField()->setText(u"/www"_s);
-    }
+    void fillValid(SiteEditorDialog& editor) { QVERIFY(test::fillValid(editor, m_repo.path())); }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_repo.write(u"index.html"_s, "x");
-        m_repo.commitAll(u"one"_s);
+        m_repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
     }
     void init() { test::TestEnvironment::resetPreferences(); }
 

@@ -2,13 +2,14 @@
 #include "ElidedLabel.h"
 #include "EmptyTablePlaceholder.h"
 #include "GitRepository.h"
-#include "MainWindow.h"
+#include "Inspection.h"
 #include "ScriptEditorDialog.h"
 #include "ScriptedInteraction.h"
 #include "SiteItemDelegate.h"
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
 #include "ThemeColors.h"
+#include "WindowTesting.h"
 #include "app/ToolPaths.h"
 #include "model/SiteListActions.h"
 
@@ -62,14 +63,6 @@ double standingOut(const QPixmap& pixmap, const QColor& background) {
     return drawn == 0 ? 0.0 : double(seen) / double(drawn);
 }
 
-QMessageBox* openBox() {
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
-            return box;
-    }
-    return nullptr;
-}
-
 } // namespace
 
 // How the window looks: icons that stay visible with a light and a dark
@@ -90,9 +83,7 @@ private slots:
     // and the placeholder's picture are drawn in the palette's colours, and
     // drawn again when the palette changes.
     void iconsStandOutInLightAndDark() {
-        MainWindow window;
-        window.show();
-        window.load();
+        test::LoadedWindow window;
         QVERIFY(window.placeholder()->imageView()->isVisible());
         for (const bool dark : {false, true, false}) {
             QApplication::setPalette(dark ? ThemeColors::darkPalette()
@@ -175,14 +166,13 @@ private slots:
         QTemporaryDir tools;
         const QString asked = tools.filePath(u"asked"_s);
         auto fake = [&](const QString& name, const QString& answer, int delay) {
-            QFile file(tools.filePath(name));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(u"#!/bin/sh\necho %1 >> '%2'\nsleep %3\necho '%4'\n"_s.arg(name, asked)
-                           .arg(delay)
-                           .arg(answer)
-                           .toUtf8());
-            file.close();
-            QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+            const QString path = tools.filePath(name);
+            QVERIFY(
+                test::writeFile(path, u"#!/bin/sh\necho %1 >> '%2'\nsleep %3\necho '%4'\n"_s.arg(name, asked)
+                                          .arg(delay)
+                                          .arg(answer)
+                                          .toUtf8()));
+            QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         };
         fake(u"git"_s, u"git version 9.8.7"_s, 2);
         fake(u"curl"_s, u"curl 9.9.1 (x86_64-pc-linux-gnu) libcurl/9.9.1"_s, 0);
@@ -192,7 +182,7 @@ private slots:
         clock.start();
         AboutBox::show(nullptr);
         QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
-        QMessageBox* box = openBox();
+        QMessageBox* box = test::openAlert();
         QVERIFY(box);
         QVERIFY(box->text().contains(u"Qt "_s + QString::fromLatin1(qVersion())));
         QTRY_VERIFY_WITH_TIMEOUT(box->text().contains(u"git version 9.8.7"_s), 15000);
@@ -200,12 +190,10 @@ private slots:
         box->close();
 
         AboutBox::show(nullptr);
-        QTRY_VERIFY(openBox());
-        QVERIFY(openBox()->text().contains(u"git version 9.8.7"_s));
-        openBox()->close();
-        QFile log(asked);
-        QVERIFY(log.open(QIODevice::ReadOnly));
-        QStringList runs = QString::fromUtf8(log.readAll()).split(u'\n', Qt::SkipEmptyParts);
+        QTRY_VERIFY(test::openAlert());
+        QVERIFY(test::openAlert()->text().contains(u"git version 9.8.7"_s));
+        test::openAlert()->close();
+        QStringList runs = QString::fromUtf8(test::readFile(asked)).split(u'\n', Qt::SkipEmptyParts);
         runs.sort();
         QCOMPARE(runs, (QStringList{u"curl"_s, u"git"_s}));
         ToolPaths::setToolsDirectory(std::nullopt);
@@ -232,7 +220,7 @@ private slots:
         bool cancelIsDefault = false;
         const auto answer = [&](QMessageBox::StandardButton button) {
             QTimer::singleShot(50, [&, button] {
-                QMessageBox* box = openBox();
+                QMessageBox* box = test::openAlert();
                 QVERIFY(box);
                 asked = box->text();
                 cancelIsDefault = box->defaultButton() == box->button(QMessageBox::Cancel);

@@ -25,6 +25,22 @@ DBusMockService::~DBusMockService() {
     stop();
 }
 
+std::unique_ptr<DBusMockService> DBusMockService::screenSaver() {
+    const QString name = QStringLiteral("org.freedesktop.ScreenSaver");
+    const QString path = QStringLiteral("/org/freedesktop/ScreenSaver");
+    auto mock = std::make_unique<DBusMockService>(name, path, QStringList{name, path, name});
+    const bool ready =
+        mock->start() &&
+        mock->mockCall(QStringLiteral("AddMethod"),
+                       {QString(), QStringLiteral("Inhibit"), QStringLiteral("ss"), QStringLiteral("u"),
+                        QStringLiteral("self.cookie = getattr(self, 'cookie', 40) + 1\nret = self.cookie")})
+                .type() == QDBusMessage::ReplyMessage &&
+        mock->mockCall(QStringLiteral("AddMethod"),
+                       {QString(), QStringLiteral("UnInhibit"), QStringLiteral("u"), QString(), QString()})
+                .type() == QDBusMessage::ReplyMessage;
+    return ready ? std::move(mock) : nullptr;
+}
+
 bool DBusMockService::start() {
     QDBusServiceWatcher watcher(m_name, QDBusConnection::sessionBus(),
                                 QDBusServiceWatcher::WatchForRegistration);

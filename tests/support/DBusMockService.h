@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QVariantList>
 
+#include <memory>
 #include <utility>
 
 namespace tw::test {
@@ -26,6 +27,10 @@ public:
     ~DBusMockService();
     DBusMockService(const DBusMockService&) = delete;
     DBusMockService& operator=(const DBusMockService&) = delete;
+
+    // The desktop's screen saver, started: Inhibit hands out the cookies 41,
+    // 42, ... and UnInhibit takes one back. Null when it could not start.
+    static std::unique_ptr<DBusMockService> screenSaver();
 
     // Starts the mock and waits until its name is on the bus (or it died).
     bool start();

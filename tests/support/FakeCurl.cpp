@@ -2,63 +2,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QSaveFile>
 
 namespace tw::test {
-
-namespace {
-
-// The same rules the fake program applies, checked before it runs, so that a
-// mistake in a script fails the test where the script is written.
-QString scriptError(const QString& script) {
-    const QStringList lines = script.split(QLatin1Char('\n'));
-    for (qsizetype index = 0; index < lines.size(); ++index) {
-        QString line = lines.at(index);
-        qsizetype first = 0;
-        while (first < line.size() &&
-               (line.at(first) == QLatin1Char(' ') || line.at(first) == QLatin1Char('\t')))
-            ++first;
-        line = line.mid(first);
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
-            continue;
-        const QString where = QStringLiteral("line %1: ").arg(index + 1);
-        const qsizetype blank = line.indexOf(QLatin1Char(' '));
-        const QString command = line.left(blank);
-        const QString argument = blank < 0 ? QString() : line.mid(blank + 1);
-        if (command == QStringLiteral("err") || command == QStringLiteral("out")) {
-            for (qsizetype at = 0; at < argument.size(); ++at) {
-                if (argument.at(at) != QLatin1Char('\\'))
-                    continue;
-                const QChar escape = at + 1 < argument.size() ? argument.at(at + 1) : QChar();
-                if (escape == QLatin1Char('x')) {
-                    const QString digits = argument.mid(at + 2, 2);
-                    const auto isHex = [](QChar c) {
-                        const char16_t u = c.toLower().unicode();
-                        return (u >= u'0' && u <= u'9') || (u >= u'a' && u <= u'f');
-                    };
-                    if (digits.size() != 2 || !isHex(digits.at(0)) || !isHex(digits.at(1)))
-                        return where + QStringLiteral("\\x needs two hex digits");
-                    at += 3;
-                } else if (QStringLiteral("nrt0\\").contains(escape) && !escape.isNull()) {
-                    ++at;
-                } else {
-                    return where + QStringLiteral("unknown escape \\") + escape;
-                }
-            }
-        } else if (command == QStringLiteral("pause") || command == QStringLiteral("exit") ||
-                   command == QStringLiteral("signal")) {
-            bool isNumber = false;
-            const int value = argument.toInt(&isNumber);
-            if (!isNumber || value < 0)
-                return where + QStringLiteral("not a number: ") + argument;
-        } else if (command != QStringLiteral("wait") && command != QStringLiteral("trap")) {
-            return where + QStringLiteral("unknown command ") + command;
-        }
-    }
-    return QString();
-}
-
-} // namespace
 
 FakeCurl::FakeCurl()
     : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-fake-curl-XXXXXX")) {
@@ -82,14 +29,18 @@ bool FakeCurl::setScript(int invocation, const QString& script) const {
     return writeScript(QStringLiteral("script.%1").arg(invocation), script);
 }
 
+// The fake program reads the script as a run would, so that a mistake in it
+// fails the test where the script is written.
 bool FakeCurl::writeScript(const QString& name, const QString& script) const {
-    const QString error = scriptError(script);
-    if (!error.isEmpty()) {
-        qWarning("FakeCurl: %s: %s", qPrintable(name), qPrintable(error));
-        return false;
-    }
     QSaveFile file(folder() + QLatin1Char('/') + name);
-    return file.open(QIODevice::WriteOnly) && file.write(script.toUtf8()) >= 0 && file.commit();
+    if (!file.open(QIODevice::WriteOnly) || file.write(script.toUtf8()) < 0 || !file.commit())
+        return false;
+    QProcess check;
+    check.start(programPath(), {QStringLiteral("--check-script"), file.fileName()});
+    if (check.waitForFinished() && check.exitStatus() == QProcess::NormalExit && check.exitCode() == 0)
+        return true;
+    qWarning("FakeCurl: %s: %s", qPrintable(name), check.readAllStandardError().constData());
+    return false;
 }
 
 int FakeCurl::invocationCount() const {

@@ -196,7 +196,9 @@ long number(const std::string& text, int lineNumber) {
     return value;
 }
 
-int run(const std::string& script) {
+// With check set, only reads the script: a mistake in it ends the fake with
+// its message, as a run would.
+int run(const std::string& script, bool check = false) {
     int lineNumber = 0;
     size_t start = 0;
     while (start < script.size()) {
@@ -216,12 +218,24 @@ int run(const std::string& script) {
         if (command == "err" || command == "out") {
             const int fd = command == "err" ? STDERR_FILENO : STDOUT_FILENO;
             const std::string bytes = unescape(argument, lineNumber);
+            if (check)
+                continue;
             writeAll(fd, bytes.data(), bytes.size());
             drain(fd);
-        } else if (command == "pause") {
-            sleepMs(number(argument, lineNumber));
-        } else if (command == "exit") {
-            return static_cast<int>(number(argument, lineNumber));
+        } else if (command == "pause" || command == "exit" || command == "signal") {
+            const long value = number(argument, lineNumber);
+            if (check)
+                continue;
+            if (command == "pause")
+                sleepMs(value);
+            else if (command == "exit")
+                return static_cast<int>(value);
+            // Dies by the signal, as a curl killed from outside does.
+            ::signal(static_cast<int>(value), SIG_DFL);
+            ::raise(static_cast<int>(value));
+            return 99;
+        } else if (check && (command == "wait" || command == "trap")) {
+            continue;
         } else if (command == "wait") {
             ::alarm(waitLimitSeconds);
             while (!(trapping && terminated))
@@ -229,12 +243,6 @@ int run(const std::string& script) {
             ::alarm(0);
         } else if (command == "trap") {
             trapping = 1;
-        } else if (command == "signal") {
-            // Dies by the signal, as a curl killed from outside does.
-            const int number_ = static_cast<int>(number(argument, lineNumber));
-            ::signal(number_, SIG_DFL);
-            ::raise(number_);
-            return 99;
         } else {
             fail("line " + std::to_string(lineNumber) + ": unknown command " + command);
         }
@@ -255,6 +263,14 @@ int main(int argc, char** argv) {
         const char version[] = "curl 8.14.1 (x86_64-pc-linux-gnu) libcurl/8.14.1 (fake curl of the tests)\n";
         writeAll(STDOUT_FILENO, version, sizeof version - 1);
         return 0;
+    }
+
+    // The test's side checks a script before it is run: "--check-script FILE".
+    if (argc == 3 && std::strcmp(argv[1], "--check-script") == 0) {
+        std::string script;
+        if (!readFile(argv[2], script))
+            fail(std::string("cannot read ") + argv[2]);
+        return run(script, true);
     }
 
     std::string folder;

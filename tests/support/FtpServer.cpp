@@ -30,22 +30,11 @@ bool writeWhole(const QString& path, const QByteArray& content, QFileDevice::Per
 } // namespace
 
 FtpServer::FtpServer(Tls tls)
-    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-ftp-XXXXXX"))
+    : LoopbackServer(QStringLiteral("pure-ftpd"), QStringLiteral("server.log"))
     , m_tls(tls) {
-    if (!ServerProcess::isRoot()) {
-        m_skipReason =
-            QStringLiteral("pure-ftpd refuses logins unless it runs as root; run this test as root");
+    // (Debian's pure-ftpd refuses every login unless it runs as root.)
+    if (!canStart() || !prepare(&m_error))
         return;
-    }
-    QString error;
-    if (!m_folder.isValid()) {
-        m_error = QStringLiteral("cannot create a temporary folder: ") + m_folder.errorString();
-        return;
-    }
-    if (!prepare(&error)) {
-        m_error = error;
-        return;
-    }
     const QString folder = m_folder.path();
     const int firstPassive = ServerProcess::freePortRange(passivePortCount);
     const QString passiveRange =
@@ -53,7 +42,7 @@ FtpServer::FtpServer(Tls tls)
     const QString tlsMode = m_tls == Tls::Required  ? QStringLiteral("2")
                             : m_tls == Tls::Refused ? QStringLiteral("0")
                                                     : QStringLiteral("1");
-    const bool started = m_process.start(
+    start(
         QStringLiteral("/usr/sbin/pure-ftpd"),
         [&](quint16 port) {
             return QStringList{
@@ -70,22 +59,6 @@ FtpServer::FtpServer(Tls tls)
                 QStringLiteral("-O"), QStringLiteral("clf:") + transferLogPath()};
         },
         logPath());
-    if (!started)
-        m_error = m_process.errorString();
-}
-
-FtpServer::~FtpServer() {
-    m_process.stop();
-}
-
-QString FtpServer::errorString() const {
-    if (m_skipReason)
-        return *m_skipReason;
-    if (!m_error.isEmpty())
-        return m_error;
-    if (!m_process.isRunning())
-        return QStringLiteral("pure-ftpd has stopped; its log: ") + logPath();
-    return QString();
 }
 
 bool FtpServer::prepare(QString* error) {
@@ -121,28 +94,7 @@ bool FtpServer::prepare(QString* error) {
             error))
         return false;
 
-    // A self-signed certificate; an EC key takes milliseconds where RSA takes
-    // a third of a second.
-    const QString key = folder + QStringLiteral("/key.pem");
-    const QString certificate = folder + QStringLiteral("/cert.pem");
-    if (!ServerProcess::runTool(openssl,
-                                {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                                 QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                                 QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
-                                 QStringLiteral("-days"), QStringLiteral("3650"), QStringLiteral("-subj"),
-                                 QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), key,
-                                 QStringLiteral("-out"), certificate},
-                                error))
-        return false;
-    QFile keyFile(key);
-    QFile certificateFile(certificate);
-    if (!keyFile.open(QIODevice::ReadOnly) || !certificateFile.open(QIODevice::ReadOnly) ||
-        !writeWhole(folder + QStringLiteral("/server.pem"), keyFile.readAll() + certificateFile.readAll(),
-                    QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
-        *error = QStringLiteral("cannot write the server's certificate file");
-        return false;
-    }
-    return true;
+    return makeCertificate(folder + QStringLiteral("/server.pem"), error);
 }
 
 std::optional<QString> FtpServer::makeFolders(const QString& relativeFolder) const {
@@ -173,6 +125,12 @@ bool FtpServer::writeFile(const QString& relativePath, const QByteArray& content
                       QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
                           QFileDevice::ReadOther) &&
            giveToUser(path);
+}
+
+bool FtpServer::emptyFolder(const QString& relativeFolder) const {
+    if (!QDir(homeFolder() + QLatin1Char('/') + relativeFolder).removeRecursively())
+        return false;
+    return makeFolders(relativeFolder).has_value();
 }
 
 bool FtpServer::makeUnwritable(const QString& relativeFolder) const {

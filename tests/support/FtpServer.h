@@ -4,9 +4,6 @@
 
 #include <QByteArray>
 #include <QString>
-#include <QTemporaryDir>
-
-#include <optional>
 
 namespace tw::test {
 
@@ -30,7 +27,7 @@ namespace tw::test {
 // transferred" per upload, "250 Deleted <path>", "550 Could not delete
 // <path>: No such file or directory"; a wrong password is answered after a
 // deliberate delay of 3 to 6 s ("530 Login authentication failed").
-class FtpServer {
+class FtpServer : public LoopbackServer {
 public:
     enum class Tls {
         Optional, // plain FTP and explicit TLS (AUTH TLS, curl's --ssl) on one port
@@ -39,19 +36,8 @@ public:
     };
 
     explicit FtpServer(Tls tls = Tls::Optional);
-    ~FtpServer();
-    FtpServer(const FtpServer&) = delete;
-    FtpServer& operator=(const FtpServer&) = delete;
-
-    // Set when this machine cannot run the server at all (not root); the
-    // test should skip with this text.
-    std::optional<QString> skipReason() const { return m_skipReason; }
-    bool isRunning() const { return m_process.isRunning(); }
-    // Why the server is not running.
-    QString errorString() const;
 
     static QString host() { return QStringLiteral("127.0.0.1"); }
-    quint16 port() const { return m_process.port(); }
     static QString userName() { return QStringLiteral("webmaster"); }
     static QString password() { return QStringLiteral("Tw-secret-42"); }
 
@@ -60,12 +46,13 @@ public:
     // One line per finished transfer, common log format:
     // 127.0.0.1 - webmaster [date] "PUT <home>/a/b.txt" 200 <size>
     QString transferLogPath() const { return m_folder.path() + QStringLiteral("/transfer.log"); }
-    // pure-ftpd's own messages (standard output and error).
-    QString logPath() const { return m_folder.path() + QStringLiteral("/server.log"); }
 
     // Writes a file below the home (folders created as needed), owned by the
     // FTP user as if uploaded, so the user may replace or delete it.
     bool writeFile(const QString& relativePath, const QByteArray& content) const;
+    // Removes the folder below the home with all it holds and makes it anew,
+    // empty and the user's: a remote folder as a real server has it.
+    bool emptyFolder(const QString& relativeFolder) const;
     // Creates the folder below the home if needed and takes away the user's
     // right to write in it: uploads into it fail with "553" (curl: (25)).
     bool makeUnwritable(const QString& relativeFolder) const;
@@ -76,10 +63,6 @@ private:
     // owned by the user; answers the absolute path.
     std::optional<QString> makeFolders(const QString& relativeFolder) const;
 
-    QTemporaryDir m_folder;
-    ServerProcess m_process;
-    std::optional<QString> m_skipReason;
-    QString m_error;
     Tls m_tls;
 };
 

@@ -64,6 +64,13 @@ QString GitRepository::commitAll(const QString& message) const {
     return head();
 }
 
+QString GitRepository::commit(const QList<std::pair<QString, QByteArray>>& files,
+                              const QString& message) const {
+    for (const auto& [path, content] : files)
+        write(path, content);
+    return commitAll(message);
+}
+
 QString GitRepository::head() const {
     return git({QStringLiteral("rev-parse"), QStringLiteral("--short"), QStringLiteral("HEAD")});
 }

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+
+#include <utility>
 
 namespace tw::test {
 
@@ -23,6 +26,9 @@ public:
     QString git(const QStringList& arguments) const;
     // Stages everything and commits; answers the abbreviated id.
     QString commitAll(const QString& message) const;
+    // Writes the files, then commits everything.
+    QString commit(const QList<std::pair<QString, QByteArray>>& files,
+                   const QString& message = QStringLiteral("first")) const;
     QString head() const;
 
 private:

@@ -18,23 +18,14 @@ constexpr int passivePortCount = 50;
 } // namespace
 
 ImplicitTlsFtpServer::ImplicitTlsFtpServer()
-    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-vsftpd-XXXXXX")) {
-    if (!ServerProcess::isRoot()) {
-        m_skipReason = QStringLiteral("vsftpd needs root to start; run this test as root");
-        return;
-    }
-    if (!QFileInfo(QStringLiteral(TARNWELL_VSFTPD)).isExecutable()) {
+    : LoopbackServer(QStringLiteral("vsftpd"), QStringLiteral("vsftpd.log")) {
+    if (canStart() && !QFileInfo(QStringLiteral(TARNWELL_VSFTPD)).isExecutable())
         m_error = QStringLiteral("no vsftpd at " TARNWELL_VSFTPD ": run scripts/setup.sh");
+    if (!canStart() || !prepare(&m_error))
         return;
-    }
-    QString error;
-    if (!m_folder.isValid() || !prepare(&error)) {
-        m_error = error.isEmpty() ? QStringLiteral("cannot create a temporary folder") : error;
-        return;
-    }
     const QString folder = m_folder.path();
     const int firstPassive = ServerProcess::freePortRange(passivePortCount);
-    const bool started = m_process.start(
+    start(
         QStringLiteral(TARNWELL_VSFTPD),
         [&](quint16 port) {
             const QString configuration = folder + QStringLiteral("/vsftpd.conf");
@@ -62,22 +53,6 @@ ImplicitTlsFtpServer::ImplicitTlsFtpServer()
             return QStringList{configuration};
         },
         folder + QStringLiteral("/server.out"));
-    if (!started)
-        m_error = m_process.errorString();
-}
-
-ImplicitTlsFtpServer::~ImplicitTlsFtpServer() {
-    m_process.stop();
-}
-
-QString ImplicitTlsFtpServer::errorString() const {
-    if (m_skipReason)
-        return *m_skipReason;
-    if (!m_error.isEmpty())
-        return m_error;
-    if (!m_process.isRunning())
-        return QStringLiteral("vsftpd has stopped; its log: ") + logPath();
-    return QString();
 }
 
 bool ImplicitTlsFtpServer::prepare(QString* error) {
@@ -93,25 +68,7 @@ bool ImplicitTlsFtpServer::prepare(QString* error) {
         *error = QStringLiteral("cannot give %1 to the session user").arg(homeFolder());
         return false;
     }
-    const QString key = folder + QStringLiteral("/server.pem");
-    const auto made = ServerProcess::runTool(
-        QStringLiteral("/usr/bin/openssl"),
-        {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
-         QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
-         QStringLiteral("-days"), QStringLiteral("30"), QStringLiteral("-subj"),
-         QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), key, QStringLiteral("-out"),
-         key + QStringLiteral(".cert")},
-        error);
-    if (!made)
-        return false;
-    QFile certificate(key + QStringLiteral(".cert"));
-    QFile keyFile(key);
-    if (!certificate.open(QIODevice::ReadOnly) || !keyFile.open(QIODevice::ReadWrite | QIODevice::Append)) {
-        *error = QStringLiteral("cannot join the key and the certificate");
-        return false;
-    }
-    keyFile.write(certificate.readAll());
-    return true;
+    return makeCertificate(folder + QStringLiteral("/server.pem"), error);
 }
 
 } // namespace tw::test

@@ -1,5 +1,7 @@
 #include "ServerProcess.h"
 
+#include "Inspection.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -12,73 +14,10 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace tw::test {
 
 namespace {
-
-// One line of /proc/<pid>/stat, as far as stopping a process tree needs it.
-// The start time tells a process from a later one that got the same id.
-struct ProcessEntry {
-    pid_t pid = 0;
-    pid_t parent = 0;
-    char state = '?';
-    qulonglong startTime = 0;
-};
-
-std::optional<ProcessEntry> readProcess(pid_t pid) {
-    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray stat = file.readAll();
-    // The command name in parentheses may hold blanks and parentheses itself.
-    const qsizetype nameEnd = stat.lastIndexOf(')');
-    if (nameEnd < 0)
-        return std::nullopt;
-    const QList<QByteArray> fields = stat.mid(nameEnd + 2).split(' ');
-    // fields[0] is field 3 of proc(5) (state), fields[1] field 4 (parent),
-    // fields[19] field 22 (start time).
-    if (fields.size() < 20)
-        return std::nullopt;
-    ProcessEntry entry;
-    entry.pid = pid;
-    entry.state = fields.at(0).isEmpty() ? '?' : fields.at(0).at(0);
-    entry.parent = static_cast<pid_t>(fields.at(1).toInt());
-    entry.startTime = fields.at(19).toULongLong();
-    return entry;
-}
-
-std::vector<ProcessEntry> descendantsOf(pid_t root) {
-    std::vector<ProcessEntry> all;
-    const QStringList names = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString& name : names) {
-        bool isNumber = false;
-        const int pid = name.toInt(&isNumber);
-        if (!isNumber)
-            continue;
-        if (const auto entry = readProcess(static_cast<pid_t>(pid)))
-            all.push_back(*entry);
-    }
-    std::vector<ProcessEntry> found;
-    std::vector<pid_t> parents{root};
-    while (!parents.empty()) {
-        const pid_t parent = parents.back();
-        parents.pop_back();
-        for (const ProcessEntry& entry : all) {
-            if (entry.parent == parent) {
-                found.push_back(entry);
-                parents.push_back(entry.pid);
-            }
-        }
-    }
-    return found;
-}
-
-bool isAlive(const ProcessEntry& process) {
-    const auto now = readProcess(process.pid);
-    return now && now->startTime == process.startTime && now->state != 'Z' && now->state != 'X';
-}
 
 sockaddr_in loopback(quint16 port) {
     sockaddr_in address{};
@@ -168,11 +107,11 @@ void ServerProcess::stop() {
         const auto pid = static_cast<pid_t>(m_process->processId());
         // Connection handlers may have left the server's process group
         // (sshd's do): find them by their parents.
-        const std::vector<ProcessEntry> children = descendantsOf(pid);
+        const QList<ProcessEntry> children = descendants(pid);
         ::kill(pid, SIGTERM);
         for (const ProcessEntry& child : children) {
-            if (isAlive(child))
-                ::kill(child.pid, SIGTERM);
+            if (test::isRunning(child))
+                ::kill(static_cast<pid_t>(child.pid), SIGTERM);
         }
         if (!m_process->waitForFinished(5000)) {
             m_process->kill();
@@ -180,10 +119,10 @@ void ServerProcess::stop() {
         }
         const QDeadlineTimer deadline(2000);
         for (const ProcessEntry& child : children) {
-            while (isAlive(child) && !deadline.hasExpired())
+            while (test::isRunning(child) && !deadline.hasExpired())
                 QThread::msleep(2);
-            if (isAlive(child))
-                ::kill(child.pid, SIGKILL);
+            if (test::isRunning(child))
+                ::kill(static_cast<pid_t>(child.pid), SIGKILL);
         }
     }
     m_process.reset();
@@ -276,6 +215,70 @@ bool ServerProcess::hasIpv6Loopback() {
     const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
     return bound;
+}
+
+LoopbackServer::LoopbackServer(const QString& program, const QString& logName)
+    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-") + program + QStringLiteral("-XXXXXX"))
+    , m_program(program)
+    , m_logName(logName) {
+    if (!ServerProcess::isRoot())
+        m_skipReason = program + QStringLiteral(" needs root here; run this test as root");
+    else if (!m_folder.isValid())
+        m_error = QStringLiteral("cannot create a temporary folder: ") + m_folder.errorString();
+}
+
+QString LoopbackServer::errorString() const {
+    if (m_skipReason)
+        return *m_skipReason;
+    if (!m_error.isEmpty())
+        return m_error;
+    if (!m_process.isRunning())
+        return m_program + QStringLiteral(" has stopped; its log: ") + logPath();
+    return QString();
+}
+
+void LoopbackServer::start(const QString& program, const std::function<QStringList(quint16)>& arguments,
+                           const QString& outputPath) {
+    if (!m_process.start(program, arguments, outputPath))
+        m_error = m_process.errorString();
+}
+
+bool LoopbackServer::makeCertificate(const QString& path, QString* error) {
+    // An EC key takes milliseconds where RSA takes a third of a second.
+    const QString certificate = path + QStringLiteral(".cert");
+    if (!ServerProcess::runTool(QStringLiteral("/usr/bin/openssl"),
+                                {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                                 QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                                 QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                                 QStringLiteral("-days"), QStringLiteral("3650"), QStringLiteral("-subj"),
+                                 QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), path,
+                                 QStringLiteral("-out"), certificate},
+                                error))
+        return false;
+    QFile key(path);
+    QFile cert(certificate);
+    if (!cert.open(QIODevice::ReadOnly) || !key.open(QIODevice::Append) || key.write(cert.readAll()) < 0 ||
+        !key.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+        *error = QStringLiteral("cannot join the key and the certificate in ") + path;
+        return false;
+    }
+    return true;
+}
+
+SilentServer::SilentServer(bool greets) {
+    m_process.start(
+        QStringLiteral("/usr/bin/python3"),
+        [greets](quint16 port) {
+            return QStringList{QStringLiteral("-c"),
+                               QStringLiteral("import socket, sys\n"
+                                              "s = socket.socket(); s.bind(('127.0.0.1', int(sys.argv[1])))\n"
+                                              "s.listen(8); held = []\n"
+                                              "while True:\n"
+                                              "    c, _ = s.accept(); held.append(c)\n"
+                                              "    if sys.argv[2] == '1': c.sendall(b'220 hello\\r\\n')\n"),
+                               QString::number(port), greets ? QStringLiteral("1") : QStringLiteral("0")};
+        },
+        m_folder.filePath(QStringLiteral("silent.log")));
 }
 
 bool serversRequired() {

@@ -3,6 +3,7 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <functional>
 #include <memory>
@@ -67,6 +68,62 @@ private:
 } // namespace tw::test
 
 namespace tw::test {
+
+// What the servers of the tests share: a temporary folder of their own, the
+// server's process on a free port of 127.0.0.1, and why it does not run. The
+// server's own class starts it in its constructor; the process ends with the
+// object.
+class LoopbackServer {
+public:
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    // Set when this machine cannot run the server at all (not root); the
+    // test should skip with this text.
+    std::optional<QString> skipReason() const { return m_skipReason; }
+    bool isRunning() const { return m_process.isRunning(); }
+    quint16 port() const { return m_process.port(); }
+    // Why the server is not running.
+    QString errorString() const;
+    // The server's own messages.
+    QString logPath() const { return m_folder.path() + QLatin1Char('/') + m_logName; }
+
+protected:
+    // program: its name in messages; logName: its log below the folder.
+    LoopbackServer(const QString& program, const QString& logName);
+    // Whether the server may be prepared and started (root, a folder).
+    bool canStart() const { return !m_skipReason && m_error.isEmpty(); }
+    // Starts the server as ServerProcess::start does; errorString() says why not.
+    void start(const QString& program, const std::function<QStringList(quint16 port)>& arguments,
+               const QString& outputPath);
+    // A self-signed certificate for 127.0.0.1 and its key in one file (mode
+    // 0600), as TLS servers take them.
+    static bool makeCertificate(const QString& path, QString* error);
+
+    QTemporaryDir m_folder;
+    ServerProcess m_process;
+    std::optional<QString> m_skipReason;
+    QString m_error;
+
+private:
+    QString m_program;
+    QString m_logName;
+};
+
+// A server on a free port of 127.0.0.1 that takes every connection and then
+// says nothing (after a greeting, when asked for one): a server gone silent.
+class SilentServer {
+public:
+    explicit SilentServer(bool greets = false);
+    bool isRunning() const { return m_process.isRunning(); }
+    quint16 port() const { return m_process.port(); }
+    QString errorString() const { return m_process.errorString(); }
+
+private:
+    QTemporaryDir m_folder;
+    ServerProcess m_process;
+};
+
 // Whether a test that cannot get its server, root or secret store must fail
 // instead of skipping: TARNWELL_REQUIRE_SERVERS=1 (CI sets it), so that a
 // missing install step cannot pass as a skipped test.

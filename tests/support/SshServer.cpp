@@ -18,26 +18,15 @@ SshServer::SshServer()
     : SshServer(Options()) {}
 
 SshServer::SshServer(Options options)
-    : m_options(options)
-    , m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-ssh-XXXXXX")) {
-    if (!ServerProcess::isRoot()) {
-        m_skipReason =
-            QStringLiteral("sshd lets only root log in here (no test user exists); run this test as root");
+    : LoopbackServer(QStringLiteral("sshd"), QStringLiteral("sshd.log"))
+    , m_options(options) {
+    // (sshd lets only root log in here: no test user exists.)
+    if (!canStart() || !prepare(&m_error))
         return;
-    }
-    if (!m_folder.isValid()) {
-        m_error = QStringLiteral("cannot create a temporary folder: ") + m_folder.errorString();
-        return;
-    }
-    QString error;
-    if (!prepare(&error)) {
-        m_error = error;
-        return;
-    }
     const QString folder = m_folder.path();
     const QString configuration = folder + QStringLiteral("/sshd_config");
     const bool password = m_options.passwordLogin;
-    const bool started = m_process.start(
+    start(
         password ? QStringLiteral("/usr/bin/unshare") : QStringLiteral("/usr/sbin/sshd"),
         [&](quint16 port) {
             const QByteArray text =
@@ -80,22 +69,6 @@ SshServer::SshServer(Options options)
                    sshd;
         },
         logPath());
-    if (!started)
-        m_error = m_process.errorString();
-}
-
-SshServer::~SshServer() {
-    m_process.stop();
-}
-
-QString SshServer::errorString() const {
-    if (m_skipReason)
-        return *m_skipReason;
-    if (!m_error.isEmpty())
-        return m_error;
-    if (!m_process.isRunning())
-        return QStringLiteral("sshd has stopped; its log: ") + logPath();
-    return QString();
 }
 
 QString SshServer::connectionString() const {

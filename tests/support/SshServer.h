@@ -3,9 +3,6 @@
 #include "ServerProcess.h"
 
 #include <QString>
-#include <QTemporaryDir>
-
-#include <optional>
 
 namespace tw::test {
 
@@ -27,7 +24,7 @@ namespace tw::test {
 //
 // Absolute SFTP paths are paths of this machine. Remote scripts run in root's
 // home, so they name remoteFolder() explicitly.
-class SshServer {
+class SshServer : public LoopbackServer {
 public:
     // What else the server offers; each costs start-up time.
     struct Options {
@@ -43,18 +40,8 @@ public:
 
     SshServer();
     explicit SshServer(Options options);
-    ~SshServer();
-    SshServer(const SshServer&) = delete;
-    SshServer& operator=(const SshServer&) = delete;
-
-    // Set when this machine cannot run the server (not root); the test
-    // should skip with this text.
-    std::optional<QString> skipReason() const { return m_skipReason; }
-    bool isRunning() const { return m_process.isRunning(); }
-    QString errorString() const;
 
     static QString host() { return QStringLiteral("127.0.0.1"); }
-    quint16 port() const { return m_process.port(); }
     static QString userName() { return QStringLiteral("root"); }
 
     // The private key without pass phrase.
@@ -77,17 +64,10 @@ public:
     // It uses keyPath(): ssh cannot ask for a pass phrase in batch mode.
     QString connectionString() const;
 
-    // sshd's own messages.
-    QString logPath() const { return m_folder.path() + QStringLiteral("/sshd.log"); }
-
 private:
     bool prepare(QString* error);
 
     Options m_options;
-    QTemporaryDir m_folder;
-    ServerProcess m_process;
-    std::optional<QString> m_skipReason;
-    QString m_error;
 };
 
 } // namespace tw::test

@@ -1,61 +1,32 @@
-#include "FtpServer.h"
-#include "GitRepository.h"
-#include "ScriptedDeployView.h"
-#include "ServerProcess.h"
-#include "SshServer.h"
+#include "DeploySites.h"
+#include "Inspection.h"
 #include "TestEnvironment.h"
-#include "app/Logger.h"
-#include "app/Preferences.h"
 #include "deploy/NotificationHub.h"
-#include "deploy/ViewController.h"
 #include "keychain/TWPasswords.h"
 #include "model/Sites.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
-#include <QSignalSpy>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
 #include <QTest>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
+using test::readFile;
+using test::tree;
 
 namespace {
 
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
-}
-
-// Every file under a folder, relative, sorted.
-QStringList tree(const QString& folder) {
-    QStringList files;
-    QDirIterator walk(folder, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        files.append(QDir(folder).relativeFilePath(walk.next()));
-    files.sort();
-    return files;
-}
-
-// curl processes that are children of this test.
-int runningCurlChildren() {
-    int count = 0;
-    const QString self = QString::number(QCoreApplication::applicationPid());
-    for (const QString& pid : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QByteArray stat = readFile(u"/proc/"_s + pid + u"/stat"_s);
-        // pid (comm) state ppid ...
-        const qsizetype close = stat.lastIndexOf(')');
-        if (close < 0)
-            continue;
-        const QList<QByteArray> fields = stat.mid(close + 2).split(' ');
-        if (fields.size() > 1 && QString::fromLatin1(fields.at(1)) == self && stat.contains("(curl)"))
-            ++count;
-    }
-    return count;
-}
+// Names a web site may well have, and that git, curl or the servers would
+// quote, cut or misread.
+const QStringList oddNames{u"caf\u00e9.html"_s,     u"\u65e5\u672c\u8a9e/\u7d22\u5f15.html"_s,
+                           u"with space.html"_s,    u"quote\"d.html"_s,
+                           u"back\\slash.html"_s,   u"hash#and%25.html"_s,
+                           u"what?and&.html"_s,     u"[brackets].html"_s,
+                           u"-leading-dash.html"_s, u".well-known/security.txt"_s};
 
 } // namespace
 
@@ -65,43 +36,9 @@ class TestDeployEndToEnd : public QObject {
     Q_OBJECT
 
     std::unique_ptr<test::FtpServer> m_ftp;
-
-    // A site on the FTP server with its remote folder "www/", stored as the
-    // only and current site.
-    SitePtr ftpSite(const test::GitRepository& repo) {
-        SitePtr site = Site::newSite();
-        site->name = u"Blog"_s;
-        site->localPath = repo.path();
-        site->host = test::FtpServer::host();
-        site->port = QString::number(m_ftp->port());
-        site->username = test::FtpServer::userName();
-        site->remotePath = u"www/"_s;
-        site->deployBranch = u"main"_s;
-        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
-        return site;
-    }
-
-    static void store(const SitePtr& site) {
-        Sites().storeWithSites({site});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
-    }
+    std::unique_ptr<test::SshServer> m_ssh;
 
     QString www() const { return m_ftp->homeFolder() + u"/www"_s; }
-
-    struct Run {
-        DeployOutcome outcome = DeployOutcome::Failed;
-        QString message;
-    };
-
-    // Presses Deploy and waits for the end (after a success, the record is
-    // on the server then).
-    static Run deploy(ViewController& controller) {
-        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
-        controller.deployButton();
-        if (!QTest::qWaitFor([&] { return ended.count() > 0; }, 60000))
-            return {DeployOutcome::Failed, u"no end within 60 s"_s};
-        return {ended.first().at(0).value<DeployOutcome>(), ended.first().at(1).toString()};
-    }
 
     QStringList putsSince(qsizetype before) const {
         QStringList puts;
@@ -111,8 +48,7 @@ class TestDeployEndToEnd : public QObject {
             if (at >= 0) {
                 const QByteArray path = line.mid(at + 5, line.indexOf(' ', at + 5) - at - 5);
                 QByteArray name = path.mid(path.lastIndexOf("/www/") + 5);
-                if (name.endsWith('"'))
-                    name.chop(1);
+                name.chop(name.endsWith('"') ? 1 : 0);
                 puts.append(QString::fromUtf8(name));
             }
         }
@@ -120,44 +56,106 @@ class TestDeployEndToEnd : public QObject {
         return puts;
     }
 
+    // The site as an import gives it: its always-uploaded entries unchecked
+    // list entries, its last deployed commit empty.
+    SitePtr importedSite(const test::GitRepository& repo, bool sftp) const {
+        const auto entry = [](const QString& path) {
+            return QString::fromUtf8(QJsonDocument(QJsonObject{{u"name"_s, path.section(u'/', -1)},
+                                                               {u"pathWithFilename"_s, path},
+                                                               {u"pathOnly"_s, QString()},
+                                                               {u"status"_s, QJsonValue()}})
+                                         .toJson());
+        };
+        QJsonObject json{
+            {u"name"_s, u"Shop"_s},
+            {u"localPath"_s, repo.path()},
+            {u"host"_s, u"127.0.0.1"_s},
+            {u"syncRootPath"_s, u"dist"_s},
+            {u"deployBranch"_s, u"main"_s},
+            {u"lastCommitDeployed"_s, QJsonValue()},
+            {u"mandatoryFiles"_s, QJsonArray{entry(u"dist/build/app.js"_s), entry(u"dist/generated"_s)}},
+            {u"ignoredFiles"_s, QJsonArray{entry(u"dist/drafts/"_s)}},
+            {u"preDeployScriptLocal"_s, u"mkdir -p dist/build dist/generated/deep\n"
+                                        u"echo built > dist/build/app.js\n"
+                                        u"echo made > dist/generated/deep/out.txt\n"_s},
+        };
+        if (sftp) {
+            json.insert(u"protocol"_s, u"SFTP"_s);
+            json.insert(u"port"_s, QString::number(m_ssh->port()));
+            json.insert(u"username"_s, test::SshServer::userName());
+            json.insert(u"sshKeyPath"_s, m_ssh->keyPath());
+            json.insert(u"remotePath"_s, u"~/deep/www/"_s);
+        } else {
+            json.insert(u"protocol"_s, u"FTP"_s);
+            json.insert(u"port"_s, QString::number(m_ftp->port()));
+            json.insert(u"username"_s, test::FtpServer::userName());
+            json.insert(u"remotePath"_s, u"deep/www/"_s);
+        }
+        SitePtr site = Site::initWithDict(json);
+        site->generateSiteId();
+        if (!sftp)
+            TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
+        return site;
+    }
+
+    // What the server's folder must hold: every committed file below dist/
+    // but the drafts, as committed, and the built files.
+    static QMap<QString, QByteArray> expected(const test::GitRepository& repo) {
+        QMap<QString, QByteArray> files;
+        for (const QString& path : repo.git({u"ls-files"_s, u"-z"_s}).split(QChar(0), Qt::SkipEmptyParts)) {
+            if (!path.startsWith(u"dist/"_s) || path.startsWith(u"dist/drafts/"_s))
+                continue;
+            // (No committed file here ends in a blank, which git() would trim.)
+            files.insert(path.mid(5), repo.git({u"cat-file"_s, u"blob"_s, u"HEAD:"_s + path}).toUtf8());
+        }
+        files.insert(u"build/app.js"_s, "built\n");
+        files.insert(u"generated/deep/out.txt"_s, "made\n");
+        return files;
+    }
+
+    static QMap<QString, QByteArray> onServer(const QString& folder) {
+        QMap<QString, QByteArray> files;
+        for (const QString& path : test::tree(folder)) {
+            if (path != u".tarnwell"_s)
+                files.insert(path, test::readFile(folder + u'/' + path));
+        }
+        return files;
+    }
+
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
         m_ftp = std::make_unique<test::FtpServer>();
+        m_ssh = std::make_unique<test::SshServer>();
     }
 
     void init() {
         TW_REQUIRE_SERVER(*m_ftp);
         test::TestEnvironment::resetPreferences();
-        QDir(www()).removeRecursively();
         // The remote folder exists, as on a real server: a missing one makes
         // curl answer the record read with (9), which stops the deployment.
-        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
-        QVERIFY(QFile::remove(www() + u"/.placeholder"_s));
+        QVERIFY(m_ftp->emptyFolder(u"www"_s));
     }
 
     void firstThenIncrementalDeployment() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "<h1>one</h1>");
-        repo.write(u"old.html"_s, "old");
-        repo.write(u"css/site.css"_s, "body{}");
-        repo.write(u"a b#c%d.txt"_s, "odd name");
-        const QString first = repo.commitAll(u"first"_s);
-        store(ftpSite(repo));
+        const QString first = repo.commit({{u"index.html"_s, "<h1>one</h1>"},
+                                           {u"old.html"_s, "old"},
+                                           {u"css/site.css"_s, "body{}"},
+                                           {u"a b#c%d.txt"_s, "odd name"}});
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
+        test::DeployWindow window;
+        ViewController& controller = window.controller;
         QVERIFY(controller.files);
         QCOMPARE(controller.files->size(), 4);
-        QVERIFY(view.deployButtonEnabled);
-        QVERIFY(view.placeholder.contains(u"hasFilesToDeployWithStatus:true"_s));
+        QVERIFY(window.view.deployButtonEnabled);
+        QVERIFY(window.view.placeholder.contains(u"hasFilesToDeployWithStatus:true"_s));
 
         // No record on the server yet: a first deployment of every file.
-        Run run = deploy(controller);
-        QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
-        QVERIFY(view.alerts.isEmpty());
+        test::DeployAttempt run = window.deploy();
+        QVERIFY2(run.deployed(), qPrintable(run.message));
+        QVERIFY(window.view.alerts.isEmpty());
         QCOMPARE(tree(www()), (QStringList{u".tarnwell"_s, u"a b#c%d.txt"_s, u"css/site.css"_s,
                                            u"index.html"_s, u"old.html"_s}));
         QCOMPARE(readFile(www() + u"/index.html"_s), QByteArray("<h1>one</h1>"));
@@ -166,8 +164,8 @@ private slots:
         QCOMPARE(QString::fromUtf8(record.at(0)), first);
         QCOMPARE(record.at(2), QByteArray("main"));
         QVERIFY(qAbs(record.at(1).toDouble() - QDateTime::currentSecsSinceEpoch()) < 120);
-        QCOMPARE(view.progressTexts.first(), u"Preflight checks\u2026"_s);
-        QVERIFY(view.progressTexts.contains(u"Uploading files\u2026"_s));
+        QCOMPARE(window.view.progressTexts.first(), u"Preflight checks\u2026"_s);
+        QVERIFY(window.view.progressTexts.contains(u"Uploading files\u2026"_s));
         QVERIFY(!ViewController::isUploading());
 
         // The site was saved with its last deployed commit, and the list is empty now.
@@ -175,18 +173,16 @@ private slots:
         QCOMPARE(saved->lastCommitDeployed->sha1, first);
         QVERIFY(saved->lastCommitDeployed->deployedWhen);
         QCOMPARE(controller.files->size(), 0);
-        QCOMPARE(view.placeholder.last(), u"hasFilesToDeployWithStatus:false"_s);
+        QCOMPARE(window.view.placeholder.last(), u"hasFilesToDeployWithStatus:false"_s);
 
         // A commit that modifies, adds and deletes: exactly those go.
-        repo.write(u"index.html"_s, "<h1>two</h1>");
-        repo.write(u"new.html"_s, "new");
         repo.remove(u"old.html"_s);
-        const QString second = repo.commitAll(u"second"_s);
+        const QString second = repo.commit({{u"index.html"_s, "<h1>two</h1>"}, {u"new.html"_s, "new"}});
         controller.setupFileList();
         QCOMPARE(controller.files->size(), 3);
         const qsizetype logBefore = readFile(m_ftp->transferLogPath()).size();
-        run = deploy(controller);
-        QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
+        run = window.deploy();
+        QVERIFY2(run.deployed(), qPrintable(run.message));
         QCOMPARE(putsSince(logBefore), (QStringList{u".tarnwell"_s, u"index.html"_s, u"new.html"_s}));
         QCOMPARE(tree(www()), (QStringList{u".tarnwell"_s, u"a b#c%d.txt"_s, u"css/site.css"_s,
                                            u"index.html"_s, u"new.html"_s}));
@@ -196,27 +192,22 @@ private slots:
 
     void mandatoryFilesSyncRootAndIgnoredFiles() {
         test::GitRepository repo;
-        repo.write(u"public/index.html"_s, "index");
-        repo.write(u"public/css/a.css"_s, "css");
-        repo.write(u"public/assets/img/logo.svg"_s, "<svg/>");
-        repo.write(u"public/.htaccess"_s, "deny");
-        repo.write(u"src/app.js"_s, "js");
-        repo.write(u"README.md"_s, "readme");
-        repo.commitAll(u"first"_s);
-        SitePtr site = ftpSite(repo);
+        repo.commit({{u"public/index.html"_s, "index"},
+                     {u"public/css/a.css"_s, "css"},
+                     {u"public/assets/img/logo.svg"_s, "<svg/>"},
+                     {u"public/.htaccess"_s, "deny"},
+                     {u"src/app.js"_s, "js"},
+                     {u"README.md"_s, "readme"}});
+        SitePtr site = test::ftpSite(repo, *m_ftp);
         site->syncRootPath = u"public/"_s;
         site->ignoredFiles = std::make_shared<FileList>(FileList{File::initWithPath(u"public/css/"_s)});
         site->mandatoryFiles = std::make_shared<FileList>(
             FileList{File::initWithPath(u"public/.htaccess"_s), File::initWithPath(u"public/assets"_s)});
-        store(site);
+        test::storeSites({site});
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        {
-            const Run r = deploy(controller);
-            QVERIFY2(r.outcome == DeployOutcome::Deployed, qPrintable(r.message));
-        }
+        test::DeployWindow window;
+        test::DeployAttempt run = window.deploy();
+        QVERIFY2(run.deployed(), qPrintable(run.message));
         // Below the sync root only, without the ignored folder, mandatory
         // files and folders placed like the rest.
         QCOMPARE(tree(www()),
@@ -225,12 +216,10 @@ private slots:
         // Mandatory files go every time, even when nothing else changed.
         QFile::remove(www() + u"/.htaccess"_s);
         QFile::remove(www() + u"/assets/img/logo.svg"_s);
-        controller.setupFileList();
-        QCOMPARE(controller.files->size(), 2); // the two always-uploaded entries
-        {
-            const Run r = deploy(controller);
-            QVERIFY2(r.outcome == DeployOutcome::Deployed, qPrintable(r.message));
-        }
+        window.controller.setupFileList();
+        QCOMPARE(window.controller.files->size(), 2); // the two always-uploaded entries
+        run = window.deploy();
+        QVERIFY2(run.deployed(), qPrintable(run.message));
         QVERIFY(QFile::exists(www() + u"/.htaccess"_s));
         QVERIFY(QFile::exists(www() + u"/assets/img/logo.svg"_s));
     }
@@ -263,38 +252,31 @@ private slots:
         QFETCH(bool, deploys);
 
         test::GitRepository repo;
-        repo.write(u"a.txt"_s, "1");
-        const QString oldest = repo.commitAll(u"one"_s);
-        repo.write(u"b.txt"_s, "2");
-        const QString middle = repo.commitAll(u"two"_s);
-        repo.write(u"c.txt"_s, "3");
-        const QString newest = repo.commitAll(u"three"_s);
-        const auto fill = [&](QString text) {
-            return text.replace(u"%1"_s, newest).replace(u"%2"_s, middle).replace(u"%3"_s, oldest);
-        };
-        SitePtr site = ftpSite(repo);
+        const QString oldest = repo.commit({{u"a.txt"_s, "1"}}, u"one"_s);
+        const QString middle = repo.commit({{u"b.txt"_s, "2"}}, u"two"_s);
+        const QString newest = repo.commit({{u"c.txt"_s, "3"}}, u"three"_s);
+        record.replace(u"%1"_s, newest).replace(u"%2"_s, middle).replace(u"%3"_s, oldest);
+        SitePtr site = test::ftpSite(repo, *m_ftp);
         site->lastCommitDeployed = std::make_shared<Commit>();
         site->lastCommitDeployed->sha1 = middle;
-        store(site);
-        QVERIFY(m_ftp->writeFile(u"www/.tarnwell"_s, fill(record).toUtf8()));
+        test::storeSites({site});
+        QVERIFY(m_ftp->writeFile(u"www/.tarnwell"_s, record.toUtf8()));
 
-        test::ScriptedDeployView view;
+        test::DeployWindow window;
         if (!answer.isEmpty())
-            view.answers = {answer};
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QCOMPARE(controller.files->size(), 1); // c.txt, changed since the middle commit
-        const Run run = deploy(controller);
+            window.view.answers = {answer};
+        QCOMPARE(window.controller.files->size(), 1); // c.txt, changed since the middle commit
+        const test::DeployAttempt run = window.deploy();
         if (question.isEmpty()) {
-            QVERIFY(view.alerts.isEmpty());
+            QVERIFY(window.view.alerts.isEmpty());
         } else {
-            QCOMPARE(view.messages(), QStringList{question});
-            QVERIFY(view.progressClosed >= 1);
+            QCOMPARE(window.view.messages(), QStringList{question});
+            QVERIFY(window.view.progressClosed >= 1);
         }
-        QCOMPARE(run.outcome == DeployOutcome::Deployed, deploys);
+        QCOMPARE(run.deployed(), deploys);
         if (!deploys) {
             QVERIFY(!QFile::exists(www() + u"/c.txt"_s));
-            QCOMPARE(readFile(www() + u"/.tarnwell"_s), fill(record).toUtf8());
+            QCOMPARE(readFile(www() + u"/.tarnwell"_s), record.toUtf8());
         } else {
             QCOMPARE(tree(www()), (QStringList{u".tarnwell"_s, u"c.txt"_s}));
             QVERIFY(readFile(www() + u"/.tarnwell"_s).startsWith(QByteArray(newest.toUtf8() + ",")));
@@ -303,135 +285,120 @@ private slots:
         QVERIFY(!QFile::exists(repo.path() + u"/pwned"_s));
     }
 
-    void failingLocalScriptStopsBeforeTransfers() {
-        test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"first"_s);
-        SitePtr site = ftpSite(repo);
-        site->preDeployScriptLocal = u"echo preparing\nexit 3"_s;
-        store(site);
-
-        test::ScriptedDeployView view;
-        view.answers = {u"Show log\u2026"_s};
-        ViewController controller(view);
-        controller.viewDidLoad();
-        const Run run = deploy(controller);
-        QCOMPARE(int(run.outcome), int(DeployOutcome::ScriptFailed));
-        QCOMPARE(view.messages(), QStringList{u"An error occured when running script"_s});
-        QCOMPARE(view.alerts.first().informativeText, u"Check the log file for syntax errors and such."_s);
-        QTRY_COMPARE(view.openedFolders, QStringList{Logger::sharedInstance().logDirectory()});
-        QVERIFY(view.progressTexts.contains(u"Running local scripts\u2026"_s));
-        QVERIFY(!view.progressTexts.contains(u"Uploading files\u2026"_s));
-        QVERIFY(!QFile::exists(www() + u"/index.html"_s));
-        QVERIFY(ViewController::isUploading());
+    void serverHoldsTheCommit_data() {
+        QTest::addColumn<bool>("sftp");
+        QTest::newRow("FTP") << false;
+        QTest::newRow("SFTP") << true;
     }
 
-    void failedUploadWritesNoRecord() {
+    // After a successful deployment the server holds, file for file and byte
+    // for byte, the deployed commit (within the sync root, without ignored
+    // files) and the always-uploaded paths, whatever the names, the working
+    // folder's uncommitted edits and the remote folder's absence before.
+    void serverHoldsTheCommit() {
+        QFETCH(bool, sftp);
+        TW_REQUIRE_SERVER(*m_ssh);
+        const QString www =
+            sftp ? m_ssh->remoteFolder() + u"/deep/www"_s : m_ftp->homeFolder() + u"/deep/www"_s;
+        QDir(sftp ? m_ssh->remoteFolder() + u"/deep"_s : m_ftp->homeFolder() + u"/deep"_s)
+            .removeRecursively();
+
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"first"_s);
-        store(ftpSite(repo));
-        QVERIFY(m_ftp->writeFile(u"www/keep"_s, ""));
-        QVERIFY(m_ftp->makeUnwritable(u"www"_s));
+        for (const QString& name : oddNames) {
+            // pure-ftpd refuses a backslash in a name (553); sshd takes it.
+            if (sftp || !name.contains(u'\\'))
+                repo.write(u"dist/"_s + name, name.toUtf8());
+        }
+        const QString first = repo.commit({{u"dist/index.html"_s, "committed index"},
+                                           {u"dist/dist/nested.html"_s, "a folder named like the sync root"},
+                                           {u"dist/vendor/bootstrap/dist/css/bootstrap.css"_s, "css"},
+                                           {u"dist/drafts/secret.html"_s, "ignored"},
+                                           {u"distribution/not-deployed.html"_s, "beside the sync root"},
+                                           {u"README.md"_s, "outside"},
+                                           {u".gitignore"_s, "dist/build/\ndist/generated/\n"}});
+        repo.write(u"dist/index.html"_s, "edited, not committed");
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        const Run run = deploy(controller);
-        QCOMPARE(int(run.outcome), int(DeployOutcome::Failed));
-        QCOMPARE(view.messages().first(), u"An error occured!"_s);
-        QVERIFY2(view.alerts.first().informativeText.contains(u"curl: (25)"_s),
-                 qPrintable(view.alerts.first().informativeText));
-        QCOMPARE(controller.files->first()->status, u"ERROR"_s);
-        QTest::qWait(700);
-        QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
-        QVERIFY(!QFile::exists(www() + u"/index.html"_s));
-        QVERIFY(!Sites().loadAll()->first()->lastCommitDeployed);
+        test::DeployWindow window({importedSite(repo, sftp)});
+        test::DeployAttempt attempt = window.deploy();
+        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(onServer(www), expected(repo));
+        QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(first.toUtf8() + ',')));
+
+        // The next commit changes, deletes and adds odd names; the edit stays
+        // uncommitted.
+        repo.write(u"dist/"_s + oddNames.at(0), "changed");
+        repo.remove(u"dist/"_s + oddNames.at(3));
+        repo.write(u"dist/new one#2.html"_s, "new");
+        repo.git(
+            {u"add"_s, u"-A"_s, u"dist/caf\u00e9.html"_s, u"dist/quote\"d.html"_s, u"dist/new one#2.html"_s});
+        repo.git({u"commit"_s, u"-q"_s, u"-m"_s, u"second"_s});
+        const QString second = repo.head();
+        window.controller.setupFileList();
+        attempt = window.deploy();
+        QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
+        QCOMPARE(onServer(www), expected(repo));
+        QVERIFY(test::readFile(www + u"/.tarnwell"_s).startsWith(QByteArray(second.toUtf8() + ',')));
+        QCOMPARE(Sites().loadAll()->first()->lastCommitDeployed->sha1, second);
     }
-
     void abortStopsEveryCurl() {
         test::GitRepository repo;
         for (int i = 0; i < 600; ++i)
             repo.write(u"files/f%1.txt"_s.arg(i), QByteArray(512, 'x'));
         repo.commitAll(u"many"_s);
-        store(ftpSite(repo));
+        test::storeSites({test::ftpSite(repo, *m_ftp)});
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window;
         bool aborted = false;
         QObject context;
         connect(&NotificationHub::instance(), &NotificationHub::remainingStatus, &context,
                 [&](const QVariantMap&) {
-                    if (!aborted && runningCurlChildren() > 0) {
+                    if (!aborted && !test::curlDescendants().isEmpty()) {
                         aborted = true;
-                        view.progressDelegate->abortDeploy();
+                        window.view.progressDelegate->abortDeploy();
                     }
                 });
-        controller.deployButton();
-        QTRY_VERIFY_WITH_TIMEOUT(ended.count() > 0, 60000);
+        QCOMPARE(int(window.deploy().outcome), int(DeployOutcome::Aborted));
         QVERIFY(aborted);
-        QCOMPARE(int(ended.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Aborted));
-        QTRY_COMPARE(runningCurlChildren(), 0);
+        QTRY_COMPARE(test::curlDescendants(), QList<qint64>());
         QTest::qWait(800);
-        QCOMPARE(ended.count(), 1);
+        QCOMPARE(window.ended.count(), 1);
         QVERIFY(!QFile::exists(www() + u"/.tarnwell"_s));
         QVERIFY(tree(www()).size() < 600);
         QVERIFY(ViewController::isUploading());
     }
 
     void remoteScriptsRunForSftpSitesOnly() {
-        test::SshServer ssh;
-        TW_REQUIRE_SERVER(ssh);
+        TW_REQUIRE_SERVER(*m_ssh);
+        const test::SshServer& ssh = *m_ssh;
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "sftp");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "sftp"}});
         const QString markers = ssh.remoteFolder();
 
         // An FTP site with remote scripts filled in runs none of them.
-        SitePtr ftp = ftpSite(repo);
+        SitePtr ftp = test::ftpSite(repo, *m_ftp);
         ftp->remotePreConnectionString = ssh.connectionString();
         ftp->preDeployScriptRemote = u"touch "_s + markers + u"/ftp-pre"_s;
         ftp->remotePostConnectionString = ssh.connectionString();
         ftp->postDeployScriptRemote = u"touch "_s + markers + u"/ftp-post"_s;
-        store(ftp);
+        test::storeSites({ftp});
         {
-            test::ScriptedDeployView view;
-            ViewController controller(view);
-            controller.viewDidLoad();
-            {
-                const Run r = deploy(controller);
-                QVERIFY2(r.outcome == DeployOutcome::Deployed, qPrintable(r.message));
-            }
+            test::DeployWindow window;
+            const test::DeployAttempt run = window.deploy();
+            QVERIFY2(run.deployed(), qPrintable(run.message));
         }
         QVERIFY(!QFile::exists(markers + u"/ftp-pre"_s));
         QVERIFY(!QFile::exists(markers + u"/ftp-post"_s));
 
-        SitePtr site = Site::newSite();
-        site->name = u"Secure"_s;
-        site->protocol = u"SFTP"_s;
-        site->localPath = repo.path();
-        site->host = test::SshServer::host();
-        site->port = QString::number(ssh.port());
-        site->username = test::SshServer::userName();
-        site->sshKeyPath = ssh.encryptedKeyPath();
-        site->remotePath = u"~/www/"_s;
-        site->deployBranch = u"main"_s;
+        SitePtr site = test::sftpSite(repo, ssh);
         site->remotePreConnectionString = ssh.connectionString();
         site->preDeployScriptRemote = u"cd "_s + markers + u"\ntouch pre-ran"_s;
         site->remotePostConnectionString = ssh.connectionString();
         site->postDeployScriptRemote =
             u"test -f "_s + markers + u"/www/index.html && touch "_s + markers + u"/post-ran"_s;
-        TWPasswords::setPassphrase(test::SshServer::passphrase(), site->siteId());
-        store(site);
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        const Run run = deploy(controller);
-        QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
-        QVERIFY(view.progressTexts.contains(u"Running remote scripts\u2026"_s));
-        QVERIFY(view.progressTexts.contains(u"Running remote post-scripts\u2026"_s));
+        test::DeployWindow window({site});
+        QCOMPARE(window.deploy().problem(), QString());
+        QVERIFY(window.view.progressTexts.contains(u"Running remote scripts\u2026"_s));
+        QVERIFY(window.view.progressTexts.contains(u"Running remote post-scripts\u2026"_s));
         QVERIFY(QFile::exists(markers + u"/pre-ran"_s));
         QVERIFY(QFile::exists(markers + u"/post-ran"_s));
         QCOMPARE(readFile(markers + u"/www/index.html"_s), QByteArray("sftp"));

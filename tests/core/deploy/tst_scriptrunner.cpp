@@ -1,3 +1,4 @@
+#include "Inspection.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
@@ -71,12 +72,8 @@ private:
 
 // Whether a process runs (a zombie no longer does).
 bool running(qint64 pid) {
-    QFile stat(u"/proc/%1/stat"_s.arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray text = stat.readAll();
-    const qsizetype close = text.lastIndexOf(')');
-    return close > 0 && text.size() > close + 2 && text.at(close + 2) != 'Z';
+    const auto process = test::process(pid);
+    return process && test::isRunning(*process);
 }
 
 // The pid a script printed as "bg <pid>".
@@ -105,7 +102,6 @@ private slots:
         QTemporaryDir base;
         ScriptRunner runner;
         runner.setBasePath(base.path());
-        QCOMPARE(runner.basePath(), u"cd "_s + base.path() + u"\n"_s);
 
         // The script reads its own file: $0 is the temporary file itself.
         const QString script = u"cat \"$0\"; echo; stat -c %a \"$0\"; echo \"$0\"; pwd"_s;
@@ -128,8 +124,6 @@ private slots:
         QCOMPARE(int(folder.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
                                              QFile::ReadOther | QFile::WriteOther | QFile::ExeOther)),
                  0);
-        QCOMPARE(file.fileName().size(), 36);
-        QVERIFY(file.fileName().contains(u'-'));
         QCOMPARE(lines.at(5), base.path());
         QCOMPARE(runner.output(), outcome.result);
         // No litter in the temporary folder.

@@ -1,20 +1,12 @@
-#include "FtpServer.h"
-#include "GitRepository.h"
+#include "DeploySites.h"
 #include "Inspection.h"
-#include "ScriptedDeployView.h"
-#include "ServerProcess.h"
-#include "SshServer.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
-#include "deploy/ViewController.h"
 #include "keychain/TWPasswords.h"
-#include "model/Sites.h"
 #include "transfer/Deployer.h"
 #include "transfer/TestConnection.h"
 
 #include <QDir>
-#include <QDirIterator>
-#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 
@@ -42,21 +34,20 @@ class TestSecrets : public QObject {
     int m_samplesWithCurl = 0;
     QStringList m_leaks;
 
-    static QList<QByteArray> secrets() {
+    static QByteArrayList secrets() {
         return {test::FtpServer::password().toUtf8(), test::SshServer::passphrase().toUtf8()};
     }
 
     // Every few milliseconds while a run lasts: each running curl's command
     // line and environment.
     void sample() {
-        const QStringList curls = test::curlDescendants();
+        const QList<qint64> curls = test::curlDescendants();
         if (curls.isEmpty())
             return;
         ++m_samplesWithCurl;
-        for (const QString& curl : curls) {
-            const QString pid = curl.section(u' ', 0, 0);
+        for (const qint64 pid : curls) {
             for (const QString& what : {u"cmdline"_s, u"environ"_s}) {
-                const QByteArray bytes = test::readFile(u"/proc/"_s + pid + u'/' + what);
+                const QByteArray bytes = test::readFile(u"/proc/%1/"_s.arg(pid) + what);
                 for (const QByteArray& secret : secrets()) {
                     if (bytes.contains(secret))
                         m_leaks.append(what + u" of curl: "_s +
@@ -73,63 +64,30 @@ class TestSecrets : public QObject {
     }
 
     SitePtr ftpSite(const QString& remotePath) const {
-        SitePtr site = Site::newSite();
-        site->name = u"Over FTP"_s;
-        site->localPath = m_repo->path();
-        site->host = test::FtpServer::host();
-        site->port = QString::number(m_ftp->port());
-        site->username = test::FtpServer::userName();
-        site->remotePath = remotePath;
-        site->deployBranch = u"main"_s;
+        SitePtr site = test::ftpSite(*m_repo, *m_ftp, remotePath);
         // Typed into the editor as well: the list must not keep it.
         site->password = test::FtpServer::password();
-        TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
         return site;
     }
 
     SitePtr sftpSite() const {
-        SitePtr site = Site::newSite();
-        site->name = u"Over SFTP"_s;
-        site->protocol = u"SFTP"_s;
-        site->localPath = m_repo->path();
-        site->host = test::SshServer::host();
-        site->port = QString::number(m_ssh->port());
-        site->username = test::SshServer::userName();
-        site->sshKeyPath = m_ssh->encryptedKeyPath();
-        site->remotePath = u"~/www/"_s;
-        site->deployBranch = u"main"_s;
+        SitePtr site = test::sftpSite(*m_repo, *m_ssh);
         // The key logs in; the password travels all the same.
         TWPasswords::setPassword(test::FtpServer::password(), site->siteId());
-        TWPasswords::setPassphrase(test::SshServer::passphrase(), site->siteId());
         return site;
     }
 
-    struct Run {
-        DeployOutcome outcome = DeployOutcome::Failed;
-        QString message;
-        int samplesWithCurl = 0;
-    };
-
     // Deploys the site as the only stored one, through the window's
     // controller, sampling the curl processes meanwhile.
-    Run deploy(const SitePtr& site) {
-        Sites().storeWithSites({site});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+    test::DeployAttempt deploy(const SitePtr& site) {
+        test::DeployWindow window({site});
         m_samplesWithCurl = 0;
         m_sampler.start();
-        controller.deployButton();
-        const bool over = QTest::qWaitFor([&] { return ended.count() > 0; }, 120000);
+        const test::DeployAttempt attempt = window.deploy();
         m_sampler.stop();
-        remember(view);
-        if (!over)
-            return {DeployOutcome::Failed, u"no end within 120 s"_s, m_samplesWithCurl};
-        const QString message = ended.first().at(1).toString();
-        m_shown << message;
-        return {ended.first().at(0).value<DeployOutcome>(), message, m_samplesWithCurl};
+        remember(window.view);
+        m_shown << attempt.message;
+        return attempt;
     }
 
     // The connection test as the site editor runs it; answers its error text.
@@ -160,7 +118,6 @@ class TestSecrets : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
         m_systemLog = std::make_unique<test::SystemLogCapture>();
         // The servers keep their folders outside the home; what the program
         // puts into the temporary folder is below it, and is searched.
@@ -178,8 +135,7 @@ private slots:
         m_repo = std::make_unique<test::GitRepository>();
         for (int i = 0; i < 400; ++i)
             m_repo->write(u"pages/page-%1.html"_s.arg(i, 3, 10, QChar(u'0')), QByteArray(200, 'x'));
-        m_repo->write(u"locked/inside.html"_s, "cannot go");
-        m_repo->commitAll(u"first"_s);
+        m_repo->commit({{u"locked/inside.html"_s, "cannot go"}});
 
         m_sampler.setInterval(2);
         connect(&m_sampler, &QTimer::timeout, this, &TestSecrets::sample);
@@ -187,20 +143,20 @@ private slots:
 
     void ftpDeployment() {
         TW_REQUIRE_SERVER(*m_ftp);
-        QVERIFY(m_ftp->writeFile(u"www/.placeholder"_s, ""));
-        const Run run = deploy(ftpSite(u"www/"_s));
+        QVERIFY(m_ftp->emptyFolder(u"www"_s));
+        const test::DeployAttempt run = deploy(ftpSite(u"www/"_s));
         QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
         QVERIFY(QFile::exists(m_ftp->homeFolder() + u"/www/pages/page-399.html"_s));
-        QVERIFY2(run.samplesWithCurl > 0, "no sample saw a running curl");
+        QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
     }
 
     void sftpDeployment() {
         TW_REQUIRE_SERVER(*m_ssh);
         QVERIFY(QDir().mkpath(m_ssh->remoteFolder() + u"/www"_s));
-        const Run run = deploy(sftpSite());
+        const test::DeployAttempt run = deploy(sftpSite());
         QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
         QVERIFY(QFile::exists(m_ssh->remoteFolder() + u"/www/pages/page-399.html"_s));
-        QVERIFY2(run.samplesWithCurl > 0, "no sample saw a running curl");
+        QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
     }
 
     // The server refuses the files of one folder after the login: curl's
@@ -208,10 +164,10 @@ private slots:
     void failingDeployment() {
         TW_REQUIRE_SERVER(*m_ftp);
         QVERIFY(m_ftp->makeUnwritable(u"refusing/locked"_s));
-        const Run run = deploy(ftpSite(u"refusing/"_s));
+        const test::DeployAttempt run = deploy(ftpSite(u"refusing/"_s));
         QVERIFY2(run.outcome == DeployOutcome::Failed, qPrintable(run.message));
         QVERIFY(m_shown.contains(u"An error occured!"_s));
-        QVERIFY2(run.samplesWithCurl > 0, "no sample saw a running curl");
+        QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
     }
 
     void connectionTests() {
@@ -230,22 +186,9 @@ private slots:
         QVERIFY(Preferences::instance().synchronize());
         QVERIFY2(m_leaks.isEmpty(), qPrintable(m_leaks.join(u'\n')));
 
-        int files = 0;
-        QStringList holding;
-        QDirIterator walk(m_home, QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                          QDirIterator::Subdirectories);
-        while (walk.hasNext()) {
-            const QString path = walk.next();
-            ++files;
-            const QByteArray bytes = test::readFile(path);
-            for (const QByteArray& secret : secrets()) {
-                if (bytes.contains(secret))
-                    holding.append(path);
-            }
-        }
-        QVERIFY2(holding.isEmpty(), qPrintable(holding.join(u'\n')));
-        // The walk saw the preferences and the debug log at least.
-        QVERIFY(files >= 2);
+        QCOMPARE(test::filesHolding(m_home, secrets()), QStringList());
+        // The search saw the preferences and the debug log at least.
+        QVERIFY(test::tree(m_home).size() >= 2);
         QVERIFY(QFile::exists(Preferences::instance().fileName()));
 
         for (const QString& text : std::as_const(m_shown) + m_systemLog->lines()) {

@@ -73,8 +73,7 @@ class TestVDKQueue : public QObject {
     // A repository with one commit, so that its HEAD reflog exists.
     static std::unique_ptr<test::GitRepository> repository() {
         auto repo = std::make_unique<test::GitRepository>();
-        repo->write(u"index.html"_s, "<h1>one</h1>");
-        repo->commitAll(u"one"_s);
+        repo->commit({{u"index.html"_s, "<h1>one</h1>"}}, u"one"_s);
         return repo;
     }
 
@@ -107,7 +106,6 @@ private slots:
         QVERIFY(queue.isValid());
         Recorder recorder;
         queue.setDelegate(&recorder);
-        QCOMPARE(queue.delegate(), &recorder);
         queue.addPath(head);
         queue.addPath(head); // already watched: nothing changes
         queue.addPath(fence());
@@ -119,8 +117,7 @@ private slots:
         writesOnly.setDelegate(&writes);
         writesOnly.addPath(head, VDKQueue::WriteEvent);
 
-        repo->write(u"index.html"_s, "<h1>two</h1>");
-        repo->commitAll(u"two"_s);
+        repo->commit({{u"index.html"_s, "<h1>two</h1>"}}, u"two"_s);
         QTRY_COMPARE_WITH_TIMEOUT(writes.received.size(), 1, 5000);
         QCOMPARE(writes.received.first().name, QString(VDKQueueFileWrittenToNotification));
         QCOMPARE(writes.received.first().path, head);
@@ -182,15 +179,13 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileDeletedNotification, head), 1, 5000);
         QCOMPARE(queue.numberOfWatchedPaths(), 1);
 
-        repo->write(u"index.html"_s, "<h1>after</h1>");
-        repo->commitAll(u"after"_s);
+        repo->commit({{u"index.html"_s, "<h1>after</h1>"}}, u"after"_s);
         QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head), 1, 5000);
 
         // And once more, with the replacement replaced.
         repo->git(command);
         QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileDeletedNotification, head), 2, 5000);
-        repo->write(u"index.html"_s, "<h1>again</h1>");
-        repo->commitAll(u"again"_s);
+        repo->commit({{u"index.html"_s, "<h1>again</h1>"}}, u"again"_s);
         QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head), 2, 5000);
     }
 };

@@ -1,16 +1,12 @@
-#include "GitRepository.h"
-#include "ScriptedDeployView.h"
+#include "DeploySites.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 #include "app/ToolPaths.h"
-#include "deploy/ViewController.h"
 #include "git/TWGit.h"
-#include "model/Sites.h"
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QScopeGuard>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -33,23 +29,16 @@ class TestViewController : public QObject {
     }
 
 private slots:
-    void initTestCase() {
-        test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
-    }
+    void initTestCase() { test::TestEnvironment::isolate(); }
     void init() { test::TestEnvironment::resetPreferences(); }
 
     void automaticDeploymentConditions() {
         test::GitRepository repo;
-        repo.write(u"a"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a"_s, "1"}}, u"one"_s);
         SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
-        Sites().storeWithSites({s});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window({s});
+        ViewController& controller = window.controller;
+        QSignalSpy& attempts = window.ended;
 
         controller.autoDeploy(); // the flag is off
         QCOMPARE(attempts.count(), 0);
@@ -72,11 +61,9 @@ private slots:
 
         // The watcher's events: only writes count.
         attempts.clear();
-        const QString reflog = repo.path() + u"/.git/logs/HEAD"_s;
         controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileAttributesChangedNotification"_s,
-                            reflog);
-        controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileWrittenToNotification"_s,
-                            reflog);
+                            repo.path() + u"/.git/logs/HEAD"_s);
+        window.commitWritten(repo);
         QCOMPARE(attempts.count(), 0); // once git has settled
         QTRY_COMPARE(attempts.count(), 1);
         QCOMPARE(controller.fileWatcherQueue->numberOfWatchedPaths(), 1);
@@ -86,24 +73,18 @@ private slots:
     // automatic deployment for a while, not for ever.
     void staleLockDelaysAutomaticDeploymentOnlyAWhile() {
         test::GitRepository repo;
-        repo.write(u"a"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a"_s, "1"}}, u"one"_s);
         SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
         s->autoDeploy = true;
-        Sites().storeWithSites({s});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window({s});
+        QSignalSpy& attempts = window.ended;
         QFile lock(repo.path() + u"/.git/index.lock"_s);
         QVERIFY(lock.open(QIODevice::WriteOnly));
         lock.close();
 
         QElapsedTimer waited;
         waited.start();
-        controller.VDKQueue(controller.fileWatcherQueue.get(), u"VDKQueueFileWrittenToNotification"_s,
-                            repo.path() + u"/.git/logs/HEAD"_s);
+        window.commitWritten(repo);
         QTest::qWait(1000);
         QCOMPARE(attempts.count(), 0); // git may still be at work
         QTRY_COMPARE_WITH_TIMEOUT(attempts.count(), 1, 30000);
@@ -116,10 +97,8 @@ private slots:
     // one and the same.
     void aCommitWhileListingNeverMixesTwoCommits() {
         test::GitRepository repo;
-        repo.write(u"a.txt"_s, "1");
-        const QString first = repo.commitAll(u"one"_s);
-        Sites().storeWithSites({site(repo.path())});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        const QString first = repo.commit({{u"a.txt"_s, "1"}}, u"one"_s);
+        test::storeSites({site(repo.path())});
 
         // The program's git, which lets a second commit land right after the
         // program's first look at HEAD.
@@ -144,9 +123,8 @@ private slots:
         ToolPaths::setToolsDirectory(tools.path());
         auto restore = qScopeGuard([] { ToolPaths::setToolsDirectory(std::nullopt); });
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
+        test::DeployWindow window;
+        ViewController& controller = window.controller;
         QVERIFY(!QFile::exists(mark));
         QVERIFY(repo.head() != first); // the second commit landed meanwhile
 
@@ -167,22 +145,18 @@ private slots:
     // uploaded files, whatever asks for one.
     void noRunWithAnotherBranchCheckedOut() {
         test::GitRepository repo;
-        repo.write(u"a"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a"_s, "1"}}, u"one"_s);
         repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"feature"_s});
         SitePtr s = site(repo.path());
         s->autoDeploy = true;
         auto always = File::initWithPath(u"a"_s);
         s->mandatoryFiles = std::make_shared<FileList>(FileList{always});
-        Sites().storeWithSites({s});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QSignalSpy attempts(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window({s});
+        ViewController& controller = window.controller;
+        QSignalSpy& attempts = window.ended;
 
         QCOMPARE(int(controller.readiness()), int(DeployReadiness::OtherBranch));
-        QVERIFY(!view.deployButtonEnabled);
+        QVERIFY(!window.view.deployButtonEnabled);
         controller.deployButton();
         QCOMPARE(attempts.count(), 1);
         QCOMPARE(int(attempts.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Refused));
@@ -191,7 +165,7 @@ private slots:
         repo.git({u"checkout"_s, u"-q"_s, u"main"_s});
         controller.setupFileList();
         QCOMPARE(int(controller.readiness()), int(DeployReadiness::Ready));
-        QVERIFY(view.deployButtonEnabled);
+        QVERIFY(window.view.deployButtonEnabled);
     }
 
     // Beside the list: uncommitted edits are named (always-uploaded and
@@ -199,23 +173,19 @@ private slots:
     // removed lists every file and says why.
     void notesBesideTheList() {
         test::GitRepository repo;
-        repo.write(u"a.html"_s, "1");
-        repo.write(u"b.html"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a.html"_s, "1"}, {u"b.html"_s, "1"}}, u"one"_s);
         SitePtr s = site(repo.path());
         s->mandatoryFiles = std::make_shared<FileList>(FileList{File::initWithPath(u"dist/"_s)});
         s->ignoredFiles = std::make_shared<FileList>(FileList{File::initWithPath(u"notes.txt"_s)});
         auto gone = std::make_shared<Commit>();
         gone->sha1 = u"0123abc"_s;
         s->lastCommitDeployed = gone;
-        Sites().storeWithSites({s});
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::storeSites({s});
         repo.write(u"a.html"_s, "edited");
         repo.write(u"dist/app.js"_s, "built");
         repo.write(u"notes.txt"_s, "mine");
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
+        test::DeployWindow window;
+        ViewController& controller = window.controller;
 
         const QStringList notes = controller.listingNotes();
         QCOMPARE(notes.size(), 2);

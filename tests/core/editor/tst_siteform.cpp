@@ -31,8 +31,7 @@ class TestSiteForm : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_repo.write(u"public/index.html"_s, "x");
-        m_repo.commitAll(u"one"_s);
+        m_repo.commit({{u"public/index.html"_s, "x"}}, u"one"_s);
     }
     void init() { test::TestEnvironment::resetPreferences(); }
 

@@ -67,19 +67,10 @@ private slots:
         SiteManager manager(site);
         const QStringList lines{u"M\tpublic/index.html"_s, u"M\tindex.html"_s, u"M\tsrc/app.js"_s,
                                 u"D\tpublic/img/a.png"_s, u"M\tpublicity/b.html"_s};
-        {
-            test::SystemLogCapture log;
-            site->syncRootPath = u"public/"_s;
-            QCOMPARE(summary(manager.createFileObjects(lines)),
-                     (QStringList{u"M public/index.html"_s, u"D public/img/a.png"_s}));
-            QVERIFY(log.lines().contains(u"public/ -- public/ -- (1)"_s));
-            QVERIFY(log.lines().contains(u" -- public/ -- (0)"_s));
-            QVERIFY(log.lines().contains(u"src/ -- public/ -- (0)"_s));
-        }
         // The sync root is a folder however it is written: never a sibling
         // that shares its name's beginning, never a folder of the same name
         // further down.
-        for (const QString& written : {u"public"_s, u"/public"_s, u"./public/"_s}) {
+        for (const QString& written : {u"public/"_s, u"public"_s, u"/public"_s, u"./public/"_s}) {
             site->syncRootPath = written;
             QCOMPARE(summary(manager.createFileObjects(lines + QStringList{u"M\tsrc/public/x.html"_s})),
                      (QStringList{u"M public/index.html"_s, u"D public/img/a.png"_s}));
@@ -87,22 +78,19 @@ private slots:
 
         for (const std::optional<QString>& root :
              {std::optional<QString>(u"/"_s), std::optional<QString>(u""_s), std::optional<QString>()}) {
-            test::SystemLogCapture log;
             site->syncRootPath = root;
             QCOMPARE(manager.createFileObjects(lines).size(), lines.size());
             QVERIFY(manager.isInsideSyncRoot(u""_s));
-            QVERIFY2(log.lines().isEmpty(), qPrintable(log.lines().join(u'\n')));
         }
     }
 
     void firstAndLaterDeployments() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "one");
-        repo.write(u"about.html"_s, "one");
-        repo.write(u"css/site.css"_s, "one");
-        repo.write(u"old/page.html"_s, "one");
-        repo.write(u"caf\u00e9.html"_s, "one");
-        const QString first = repo.commitAll(u"first"_s);
+        const QString first = repo.commit({{u"index.html"_s, "one"},
+                                           {u"about.html"_s, "one"},
+                                           {u"css/site.css"_s, "one"},
+                                           {u"old/page.html"_s, "one"},
+                                           {u"caf\u00e9.html"_s, "one"}});
 
         SitePtr site = siteAt(repo.path());
         SiteManager manager(site);
@@ -200,8 +188,7 @@ private slots:
 
     void hostileBranchNamesRunNothing() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "one");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "one"}});
         repo.git({u"branch"_s, u"dev"_s});
         repo.git({u"branch"_s, u"feature/x"_s});
         SiteManager manager(siteAt(repo.path()));
@@ -223,11 +210,7 @@ private slots:
         }
         QCOMPARE(manager.getBranches()->current, u"main"_s);
 
-        {
-            test::SystemLogCapture log;
-            manager.checkoutBranch(u"feature/x"_s);
-            QVERIFY(log.contains(u" checkout -q feature/x --"_s));
-        }
+        manager.checkoutBranch(u"feature/x"_s);
         QCOMPARE(manager.getBranches()->current, u"feature/x"_s);
         manager.checkoutBranch(u"dev"_s);
         const auto branches = manager.getBranches();

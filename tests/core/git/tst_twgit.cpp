@@ -58,9 +58,7 @@ private slots:
 
     void dirtyCheckExcusesDesktopMetadata() {
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "a");
-        repo.write(u"sub/page.html"_s, "b");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "a"}, {u"sub/page.html"_s, "b"}}, u"one"_s);
         QVERIFY(!git.isRepoDirtyAtPath(repo.path()));
         repo.write(u".DS_Store"_s, "x");
         repo.write(u"sub/.DS_Store"_s, "x");
@@ -74,8 +72,7 @@ private slots:
 
     void unsafeCommitIdsRunNothing() {
         test::GitRepository repo;
-        repo.write(u"a"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a"_s, "1"}}, u"one"_s);
         for (const QString& id : {u"HEAD; touch pwned"_s, u"$(touch pwned)"_s, u"abc"_s,
                                   u"0123456789abcdef0123456789abcdef01234567a"_s, u"abcg123"_s, QString()}) {
             test::SystemLogCapture log;
@@ -97,8 +94,7 @@ private slots:
         test::GitRepository repo;
         for (const QString& name : oddNames)
             repo.write(name, name.toUtf8() + "\r\n");
-        repo.write(u"plain.txt"_s, "plain");
-        const QString first = repo.commitAll(u"first"_s);
+        const QString first = repo.commit({{u"plain.txt"_s, "plain"}});
         writeHostileConfiguration();
 
         QStringList expected = oddNames + QStringList{u"plain.txt"_s};
@@ -144,8 +140,7 @@ private slots:
     // A detached HEAD has no branch; git's own words for it are no branch name.
     void detachedHeadIsNoBranch() {
         test::GitRepository repo;
-        repo.write(u"a"_s, "1");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"a"_s, "1"}}, u"one"_s);
         repo.git({u"checkout"_s, u"-q"_s, u"--detach"_s});
         QVERIFY(!git.currentBranch(repo.path()));
         QVERIFY(!git.getBranchesAtPath(repo.path()));
@@ -163,8 +158,7 @@ private slots:
         ToolPaths::setToolsDirectory(tools);
         auto restore = qScopeGuard([] { ToolPaths::setToolsDirectory(std::nullopt); });
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "x");
-        repo.commitAll(u"one"_s);
+        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
         QCOMPARE(*git.getAllFileAtPath(repo.path()), QStringList{u"index.html"_s});
         QCOMPARE(git.currentBranch(repo.path()), u"main"_s);
     }

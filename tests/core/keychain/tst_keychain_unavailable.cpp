@@ -1,11 +1,8 @@
-#include "GitRepository.h"
+#include "DeploySites.h"
 #include "Inspection.h"
-#include "ScriptedDeployView.h"
-#include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
-#include "deploy/ViewController.h"
 #include "keychain/FDKeychain.h"
 #include "keychain/KeychainJobRunner.h"
 #include "keychain/TWPasswords.h"
@@ -19,7 +16,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -31,72 +27,52 @@ using namespace Qt::StringLiterals;
 class TestKeychainUnavailable : public QObject {
     Q_OBJECT
 
-    // Each call gives up after the time limit; the bound leaves a loaded
-    // machine seconds of room, far below a call that would wait for ever.
-    static void withinTheLimit(const QElapsedTimer& clock) {
+    // Runs a call, which gives up after the time limit; the bound leaves a
+    // loaded machine seconds of room, far below a call that would wait for
+    // ever.
+    static void withinTheLimit(const std::function<void()>& call) {
+        QElapsedTimer clock;
+        clock.start();
+        call();
         QVERIFY2(clock.elapsed() < KeychainJobRunner::timeout() + 4000,
                  qPrintable(QString::number(clock.elapsed())));
     }
 
     void expectUnavailable(qint64 expectedCode) {
         test::SystemLogCapture log;
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(!TWPasswords::getPasswordForSite(u"site"_s));
-        withinTheLimit(clock);
+        withinTheLimit([] { QVERIFY(!TWPasswords::getPasswordForSite(u"site"_s)); });
         QVERIFY(log.contains(u"Got an error reading password: "_s));
-        clock.restart();
-        TWPasswords::setPassword(u"pw"_s, u"site"_s);
-        withinTheLimit(clock);
+        withinTheLimit([] { TWPasswords::setPassword(u"pw"_s, u"site"_s); });
         QVERIFY(log.contains(u"Could not save 'password-site' in the secret store"_s));
-        clock.restart();
-        QVERIFY(!TWPasswords::getPassphraseForSite(u"site"_s));
-        withinTheLimit(clock);
-
+        withinTheLimit([] { QVERIFY(!TWPasswords::getPassphraseForSite(u"site"_s)); });
         std::optional<Error> error;
-        clock.restart();
-        QVERIFY(!FDKeychain::saveItem(u"x"_s, u"k"_s, u"svc"_s, &error));
-        withinTheLimit(clock);
+        withinTheLimit([&] { QVERIFY(!FDKeychain::saveItem(u"x"_s, u"k"_s, u"svc"_s, &error)); });
         QCOMPARE(error->code, expectedCode);
 
         // A deployment never starts without the password it should have:
         // it stops before any connection, saying why.
-        struct Delegate : DeployerDelegate {
-            std::optional<Error> failure;
-            void setupTransporterDidFailWithError(const Error& failed) override { failure = failed; }
-        } delegate;
+        test::RecordingDeployerDelegate delegate;
         SitePtr site = Site::newSite();
         site->username = u"webmaster"_s;
         site->host = u"127.0.0.1"_s;
         Deployer deployer(site);
         deployer.setDelegate(&delegate);
-        clock.restart();
-        deployer.setupTransporter();
-        withinTheLimit(clock);
+        withinTheLimit([&] { deployer.setupTransporter(); });
         QVERIFY(!deployer.getTransporter());
-        QVERIFY(delegate.failure);
-        QVERIFY2(delegate.failure->localizedDescription.startsWith(
+        QCOMPARE(delegate.errors.size(), 1);
+        QVERIFY2(delegate.errors.first().localizedDescription.startsWith(
                      u"The password could not be read from the secret store"_s),
-                 qPrintable(delegate.failure->localizedDescription));
+                 qPrintable(delegate.errors.first().localizedDescription));
     }
 
-    static QByteArray preferencesFile() {
-        QFile file(Preferences::instance().fileName());
-        if (!file.open(QIODevice::ReadOnly))
-            return QByteArray();
-        return file.readAll();
-    }
-
+    static QByteArray preferencesFile() { return test::readFile(Preferences::instance().fileName()); }
     static QString readLog() {
-        QFile file(Logger::sharedInstance().logFilePath());
-        file.open(QIODevice::ReadOnly);
-        return QString::fromUtf8(file.readAll());
+        return QString::fromUtf8(test::readFile(Logger::sharedInstance().logFilePath()));
     }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        qRegisterMetaType<DeployOutcome>();
         KeychainJobRunner::setTimeout(1000);
     }
 
@@ -139,12 +115,9 @@ private slots:
             SitePtr site = Site::newSite();
             site->name = name;
             const QString path = folder.filePath(name + u".json"_s);
-            QFile file(path);
-            file.open(QIODevice::WriteOnly);
             QJsonObject exported = site->jsonObject(std::nullopt);
             exported.insert(u"password"_s, password);
-            file.write(QJsonDocument(QJsonArray{exported}).toJson());
-            file.close();
+            test::writeFile(path, QJsonDocument(QJsonArray{exported}).toJson());
             test::ScriptedInteraction ui;
             ui.openPanelAnswer = path;
             ImportSites(ui).browseFiles();
@@ -167,8 +140,7 @@ private slots:
     void deploymentSaysThePasswordIsMissing() {
         test::TestEnvironment::resetPreferences();
         test::GitRepository repo;
-        repo.write(u"index.html"_s, "<h1>hello</h1>");
-        repo.commitAll(u"first"_s);
+        repo.commit({{u"index.html"_s, "<h1>hello</h1>"}});
         SitePtr site = Site::newSite();
         site->name = u"Blog"_s;
         site->localPath = repo.path();
@@ -177,29 +149,25 @@ private slots:
         site->username = u"webmaster"_s;
         site->remotePath = u"www/"_s;
         site->deployBranch = u"main"_s;
-        QVERIFY(Sites().storeWithSites({site}));
-        Preferences::instance().setInteger(u"currentSiteIndex"_s, 0);
+        test::storeSites({site});
 
-        test::ScriptedDeployView view;
-        ViewController controller(view);
-        controller.viewDidLoad();
-        QVERIFY(view.deployButtonEnabled);
-        QSignalSpy ended(&controller, &ViewController::deploymentEnded);
+        test::DeployWindow window;
+        QVERIFY(window.view.deployButtonEnabled);
         bool curlSeen = false;
-        controller.deployButton();
+        window.controller.deployButton();
         QVERIFY(QTest::qWaitFor(
             [&] {
                 curlSeen = curlSeen || !test::curlDescendants().isEmpty();
-                return ended.count() > 0;
+                return window.ended.count() > 0;
             },
             30000));
         QVERIFY(!curlSeen);
-        QCOMPARE(ended.first().at(0).value<DeployOutcome>(), DeployOutcome::SetupFailed);
-        QCOMPARE(view.alerts.size(), 1);
-        QCOMPARE(view.alerts.first().message, u"An error occured!"_s);
-        QVERIFY2(view.alerts.first().informativeText.startsWith(
+        QCOMPARE(int(window.waitForEnd().outcome), int(DeployOutcome::SetupFailed));
+        QCOMPARE(window.view.alerts.size(), 1);
+        QCOMPARE(window.view.alerts.first().message, u"An error occured!"_s);
+        QVERIFY2(window.view.alerts.first().informativeText.startsWith(
                      u"The password could not be read from the secret store"_s),
-                 qPrintable(view.alerts.first().informativeText));
+                 qPrintable(window.view.alerts.first().informativeText));
     }
 
     void silentSecretService() {

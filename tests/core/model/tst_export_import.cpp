@@ -1,3 +1,4 @@
+#include "Inspection.h"
 #include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
 #include "app/Logger.h"
@@ -38,11 +39,8 @@ class TestExportImport : public QObject {
     }
 
     QString write(const QString& name, const QByteArray& content) {
-        const QString path = m_dir.filePath(name);
-        QFile file(path);
-        file.open(QIODevice::WriteOnly);
-        file.write(content);
-        return path;
+        test::writeFile(m_dir.filePath(name), content);
+        return m_dir.filePath(name);
     }
 
     static QByteArray storedList() {
@@ -50,9 +48,7 @@ class TestExportImport : public QObject {
     }
 
     static QString readLog() {
-        QFile file(Logger::sharedInstance().logFilePath());
-        file.open(QIODevice::ReadOnly);
-        return QString::fromUtf8(file.readAll());
+        return QString::fromUtf8(test::readFile(Logger::sharedInstance().logFilePath()));
     }
 
     // Imports the file and answers the alerts it raises.
@@ -79,9 +75,7 @@ private slots:
         QCOMPARE(ui.messages(), QStringList{u"Continue export?"_s});
         QCOMPARE(exporter.exportFilePath, path);
 
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonArray array = QJsonDocument::fromJson(file.readAll()).array();
+        const QJsonArray array = QJsonDocument::fromJson(test::readFile(path)).array();
         QCOMPARE(array.size(), 2);
         QCOMPARE(array.at(0).toObject().value(u"password"_s), QJsonValue(u"pw-alpha"_s));
         QVERIFY(array.at(1).toObject().value(u"password"_s).isNull());
@@ -153,9 +147,7 @@ private slots:
         QCOMPARE(TWPasswords::getPasswordForSite(sites[1]->siteId()), u"intruder"_s);
         // The imported password is in the secret store only.
         QVERIFY(Preferences::instance().synchronize());
-        QFile preferences(Preferences::instance().fileName());
-        QVERIFY(preferences.open(QIODevice::ReadOnly));
-        QVERIFY(!preferences.readAll().contains("intruder"));
+        QVERIFY(!test::readFile(Preferences::instance().fileName()).contains("intruder"));
         QVERIFY(!sites[1]->password);
     }
 };

@@ -1,6 +1,8 @@
+#include "Inspection.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
+#include "model/SecurityBookmarkManager.h"
 #include "model/Site.h"
 #include "model/Sites.h"
 
@@ -10,13 +12,14 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
 
-// The site record in its three forms. Runs with a real keyring: the export
-// form reads the password from it.
+// The site record in its three forms, and the records it is made of. Runs
+// with a real keyring: the export form reads the password from it.
 class TestSite : public QObject {
     Q_OBJECT
 
@@ -118,10 +121,10 @@ private slots:
         const QStringList backups = folder.entryList({u"sites-unreadable-*.cbor"_s}, QDir::Files);
         QCOMPARE(backups.size(), 1);
         QVERIFY(problem->contains(backups.first()));
-        QFile backup(folder.filePath(backups.first()));
-        QVERIFY(backup.open(QIODevice::ReadOnly));
-        QCOMPARE(backup.readAll(), stored);
-        QCOMPARE(int(backup.permissions() & (QFile::ReadGroup | QFile::ReadOther)), 0);
+        QCOMPARE(test::readFile(folder.filePath(backups.first())), stored);
+        QCOMPARE(
+            int(QFile::permissions(folder.filePath(backups.first())) & (QFile::ReadGroup | QFile::ReadOther)),
+            0);
 
         // Saving the readable sites now overwrites nothing that is not kept.
         Sites().storeWithSites(loaded);
@@ -167,6 +170,48 @@ private slots:
         QVERIFY(back->postDeployScriptLocal.has_value());
         QCOMPARE(back->lastEdit(), site->lastEdit());
         TWPasswords::setPassword(std::nullopt, site->siteId());
+    }
+
+    // A file's and a commit's records keep an absent value apart from an
+    // empty one; anything else is no record.
+    void archivesKeepAbsentApartFromEmpty() {
+        const FilePtr file = File::initWithPath(QStringLiteral("x/y.txt"));
+        file->status = QString();
+        file->gitStatus = QStringLiteral("D");
+        const FilePtr back = File::decode(QCborValue::fromCbor(file->encode().toCborValue().toCbor()));
+        QVERIFY(back);
+        QCOMPARE(back->status, QString());
+        QVERIFY(back->status.has_value());
+        QCOMPARE(back->gitStatus, QStringLiteral("D"));
+        QCOMPARE(back->pathOnly, QStringLiteral("x/"));
+        QVERIFY(back->willUpload);
+
+        Commit commit;
+        commit.sha1 = QStringLiteral("a1b2c3d");
+        commit.deployedWhen = QDateTime::fromMSecsSinceEpoch(86400500, Qt::UTC);
+        const CommitPtr decoded =
+            Commit::decode(QCborValue::fromCbor(commit.encode().toCborValue().toCbor()));
+        QVERIFY(decoded);
+        QCOMPARE(decoded->sha1, QStringLiteral("a1b2c3d"));
+        QVERIFY(!decoded->author);
+        QCOMPARE(decoded->deployedWhen, commit.deployedWhen);
+        QVERIFY(!File::decode(QCborValue(42)));
+        QVERIFY(!Commit::decode(QCborValue(QStringLiteral("x"))));
+    }
+
+    // Without a sandbox a bookmark is the folder's path, stale once the
+    // folder is gone.
+    void bookmarksAreStaleWhenTheFolderIsGone() {
+        auto folder = std::make_unique<QTemporaryDir>();
+        const QString path = folder->path();
+        const auto bookmark = SecurityBookmarkManager::bookmarkFor(path);
+        QVERIFY(bookmark);
+        QCOMPARE(SecurityBookmarkManager::resolve(*bookmark)->path, path);
+        QVERIFY(!SecurityBookmarkManager::resolve(*bookmark)->isStale);
+        folder.reset();
+        QVERIFY(SecurityBookmarkManager::resolve(*bookmark)->isStale);
+        QVERIFY(!SecurityBookmarkManager::bookmarkFor(path));
+        QVERIFY(!SecurityBookmarkManager::resolve(QByteArray()));
     }
 };
 

@@ -1,3 +1,4 @@
+#include "Inspection.h"
 #include "TestEnvironment.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
@@ -39,10 +40,7 @@ QByteArray earlierList(const QList<QPair<SitePtr, QString>>& sites) {
 }
 
 QByteArray preferencesFile() {
-    QFile file(Preferences::instance().fileName());
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
+    return test::readFile(Preferences::instance().fileName());
 }
 
 // The "password" entries of the stored archive as they are in the file.
@@ -201,9 +199,7 @@ private slots:
         QCOMPARE(Sites().loadAll()->first()->name, u"renamed"_s);
         const QStringList backups = folder.entryList({u"sites-unreadable-*.cbor"_s}, QDir::Files);
         QCOMPARE(backups.size(), 1);
-        QFile backup(folder.filePath(backups.first()));
-        QVERIFY(backup.open(QIODevice::ReadOnly));
-        QCOMPARE(backup.readAll(), broken);
+        QCOMPARE(test::readFile(folder.filePath(backups.first())), broken);
     }
 };
 

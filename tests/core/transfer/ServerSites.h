@@ -1,6 +1,8 @@
 #pragma once
 
 #include "FtpServer.h"
+#include "Inspection.h"
+#include "RecordingDelegate.h"
 #include "SshServer.h"
 #include "transfer/Transporter.h"
 #include "transfer/TransporterFTPConnection.h"
@@ -9,6 +11,9 @@
 #include "transfer/TransporterSFTPConnection.h"
 
 #include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
 
 #include <memory>
 
@@ -16,25 +21,29 @@ namespace tw::test {
 
 enum class Transport { Passive, Active, Tls, ImplicitChoice, Sftp };
 
+inline SitePtr siteFor(const QString& host, quint16 port, const QString& user, const QString& remotePath) {
+    auto site = std::make_shared<Site>();
+    site->host = host;
+    site->port = QString::number(port);
+    site->username = user;
+    site->remotePath = remotePath;
+    return site;
+}
+
 // A transporter to remotePath on the loopback server of a transport: below
 // the FTP user's home, or below the SFTP session's folder. An empty
 // password (or pass phrase) is the right one.
 inline std::shared_ptr<Transporter> serverTransporter(Transport transport, const FtpServer& ftp,
                                                       const SshServer& ssh, const QString& remotePath,
                                                       const QString& password = QString()) {
-    auto site = std::make_shared<Site>();
-    site->host = QStringLiteral("127.0.0.1");
     if (transport == Transport::Sftp) {
-        site->port = QString::number(ssh.port());
-        site->username = SshServer::userName();
-        site->remotePath = QStringLiteral("~/") + remotePath;
+        auto site =
+            siteFor(SshServer::host(), ssh.port(), SshServer::userName(), QStringLiteral("~/") + remotePath);
         site->sshKeyPath = ssh.encryptedKeyPath();
         return std::make_shared<Transporter>(std::make_shared<TransporterSFTPConnection>(
             site, QString(), password.isEmpty() ? SshServer::passphrase() : password));
     }
-    site->port = QString::number(ftp.port());
-    site->username = FtpServer::userName();
-    site->remotePath = remotePath;
+    auto site = siteFor(FtpServer::host(), ftp.port(), FtpServer::userName(), remotePath);
     const QString ftpPassword = password.isEmpty() ? FtpServer::password() : password;
     if (transport == Transport::Tls)
         return std::make_shared<Transporter>(
@@ -45,6 +54,53 @@ inline std::shared_ptr<Transporter> serverTransporter(Transport transport, const
     connection->setPassive(transport == Transport::Passive);
     return std::make_shared<Transporter>(connection);
 }
+
+// A transporter with a recording delegate.
+struct Engine {
+    explicit Engine(std::shared_ptr<Transporter> made)
+        : transporter(std::move(made)) {
+        transporter->setDelegate(&delegate);
+    }
+    explicit Engine(const std::shared_ptr<TransporterConnectionProtocol>& connection)
+        : Engine(std::make_shared<Transporter>(connection)) {}
+    Transporter* operator->() const { return transporter.get(); }
+
+    // A batch run of what is queued, to its end; false when it takes longer.
+    bool runBatch(int timeout = 60000) {
+        QSignalSpy idle(transporter.get(), &Transporter::becameIdle);
+        transporter->runMulti();
+        return QTest::qWaitFor([&] { return idle.count() > 0; }, timeout);
+    }
+    // Whether the run ended well; else the failure's text, for QVERIFY2.
+    bool succeeded() const {
+        return delegate.kinds().value(delegate.messages.size() - 1) == QStringLiteral("all");
+    }
+    QByteArray failure() const { return delegate.of(QStringLiteral("fail")).value(0).text.toUtf8(); }
+
+    std::shared_ptr<Transporter> transporter;
+    RecordingDelegate delegate;
+};
+
+// Files to upload, in a temporary folder of their own (or in the folder
+// given).
+class LocalFiles {
+public:
+    LocalFiles()
+        : m_root(m_temporary.path()) {}
+    explicit LocalFiles(const QString& folder)
+        : m_root(folder) {}
+    // Writes the file (its folders made as needed); answers its path.
+    QString write(const QString& relative, const QByteArray& content) const {
+        const QString path = m_root + QLatin1Char('/') + relative;
+        if (!writeFile(path, content))
+            qWarning("cannot write %s", qPrintable(path));
+        return path;
+    }
+
+private:
+    QTemporaryDir m_temporary;
+    QString m_root;
+};
 
 inline QByteArray contentOf(const QString& path) {
     QFile file(path);

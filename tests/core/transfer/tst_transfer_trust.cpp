@@ -1,60 +1,24 @@
 // The transfer engine where trust is at stake, against real servers: TLS that
-// must be TLS, a server that goes silent, every kind of SSH login, deletions
-// that hit the uploaded files and nothing else, and secrets that stay out of
-// sight.
+// must be TLS, a server that goes silent, every kind of SSH login, and
+// deletions that hit the uploaded files and nothing else. (That no secret
+// shows is proved on whole deployments, in tst_secrets_e2e and
+// tst_cli_secrets.)
 
-#include "FtpServer.h"
 #include "ImplicitTlsFtpServer.h"
 #include "Inspection.h"
-#include "RecordingDelegate.h"
 #include "ServerSites.h"
-#include "SshServer.h"
 #include "TestEnvironment.h"
-#include "app/Logger.h"
 #include "app/Preferences.h"
-#include "transfer/TestConnection.h"
 
-#include <QDir>
-#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QScopeGuard>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <functional>
 
 using namespace Qt::StringLiterals;
 
 namespace tw::test {
 
 namespace {
-
-SitePtr siteFor(const QString& host, quint16 port, const QString& user, const QString& remotePath) {
-    auto site = std::make_shared<Site>();
-    site->host = host;
-    site->port = QString::number(port);
-    site->username = user;
-    site->remotePath = remotePath;
-    return site;
-}
-
-bool runBatch(Transporter& transporter, int timeout = 60000) {
-    QSignalSpy idle(&transporter, &Transporter::becameIdle);
-    transporter.runMulti();
-    return QTest::qWaitFor([&] { return idle.count() > 0; }, timeout);
-}
-
-// The command lines of this process's curl children, as /proc shows them.
-QStringList curlCommandLines() {
-    QStringList lines;
-    for (const QString& entry : curlDescendants()) {
-        const QString pid = entry.section(u' ', 0, 0);
-        lines.append(QString::fromUtf8(readFile(u"/proc/"_s + pid + u"/cmdline"_s).replace('\0', ' ')));
-    }
-    return lines;
-}
 
 // A relay in front of a server on loopback that writes down everything the
 // clients send (the FTP commands), so that a test counts what reached the
@@ -92,91 +56,48 @@ bool startCommandTap(ServerProcess& tap, quint16 server, const QString& record, 
         log);
 }
 
-// Waits until done() holds (at most 60 s), sampling the command lines of
-// this process's curl children all the while; answers how many curl
-// processes the samples saw, -1 when done() never held.
-int sampleCurlsUntil(const std::function<bool()>& done, QStringList& lines) {
-    int seen = 0;
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > 60000)
-            return -1;
-        const QStringList now = curlCommandLines();
-        seen += int(now.size());
-        lines << now;
-        QTest::qWait(1);
-    }
-    return seen;
-}
-
-// A batch run, sampled as above.
-int runSampled(Transporter& transporter, QStringList& lines) {
-    QSignalSpy idle(&transporter, &Transporter::becameIdle);
-    transporter.runMulti();
-    return sampleCurlsUntil([&] { return idle.count() > 0; }, lines);
-}
-
 } // namespace
 
 class TestTransferTrust : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_local;
-
-    QString localFile(const QString& name, const QByteArray& content) {
-        const QString path = m_local.filePath(name);
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(content);
-        return path;
-    }
+    LocalFiles m_local;
 
 private slots:
-    void initTestCase() {
-        TestEnvironment::isolate();
-        QVERIFY(m_local.isValid());
-    }
+    void initTestCase() { TestEnvironment::isolate(); }
     void init() {
         TestEnvironment::resetPreferences();
         // Short time-outs: nothing here may wait long.
         Preferences::instance().setInteger(u"connectTimeout"_s, 3);
         Preferences::instance().setInteger(u"stallTimeout"_s, 3);
     }
-    void cleanup() { QTRY_COMPARE(curlDescendants(), QStringList()); } // no curl left behind
+    void cleanup() { QTRY_COMPARE(curlDescendants(), QList<qint64>()); } // no curl left behind
 
     // "FTP with implicit SSL" speaks TLS from the first byte (ftps:// URLs);
     // "FTP with TLS/SSL" requires TLS: a server without it gets no login.
     void tlsMeansTls() {
         ImplicitTlsFtpServer implicit;
         TW_REQUIRE_SERVER(implicit);
-        auto site = siteFor(u"127.0.0.1"_s, implicit.port(), ImplicitTlsFtpServer::userName(), u"www/"_s);
-        Transporter engine(
-            std::make_shared<TransporterFTPSConnection>(site, ImplicitTlsFtpServer::password()));
-        RecordingDelegate delegate;
-        engine.setDelegate(&delegate);
-        engine.uploadFile(localFile(u"i/a.html"_s, "implicit"), u"sub/a.html"_s);
-        engine.uploadFile(localFile(u"i/b.html"_s, "tls"), u"b.html"_s);
+        Engine engine(std::make_shared<TransporterFTPSConnection>(
+            siteFor(u"127.0.0.1"_s, implicit.port(), ImplicitTlsFtpServer::userName(), u"www/"_s),
+            ImplicitTlsFtpServer::password()));
+        engine->uploadFile(m_local.write(u"i/a.html"_s, "implicit"), u"sub/a.html"_s);
+        engine->uploadFile(m_local.write(u"i/b.html"_s, "tls"), u"b.html"_s);
         QElapsedTimer clock;
         clock.start();
-        QVERIFY(runBatch(engine));
-        QCOMPARE(delegate.kinds().last(), u"all"_s);
+        QVERIFY(engine.runBatch());
+        QVERIFY2(engine.succeeded(), engine.failure().constData());
         QCOMPARE(readFile(implicit.homeFolder() + u"/sub/a.html"_s), QByteArray("implicit"));
         QVERIFY(clock.elapsed() < 10000);
 
         FtpServer plain(FtpServer::Tls::Refused);
         TW_REQUIRE_SERVER(plain);
-        auto plainSite = siteFor(u"127.0.0.1"_s, plain.port(), FtpServer::userName(), u"www/"_s);
-        Transporter explicitTls(
-            std::make_shared<TransporterFTPTLSConnection>(plainSite, FtpServer::password()));
-        RecordingDelegate refused;
-        explicitTls.setDelegate(&refused);
-        explicitTls.uploadFile(localFile(u"c.html"_s, "never"), u"c.html"_s);
-        QVERIFY(runBatch(explicitTls));
-        QCOMPARE(refused.count(u"fail"_s), 1);
-        QVERIFY2(refused.of(u"fail"_s).first().text.startsWith(u"(64)"_s),
-                 qPrintable(refused.of(u"fail"_s).first().text));
+        Engine explicitTls(std::make_shared<TransporterFTPTLSConnection>(
+            siteFor(u"127.0.0.1"_s, plain.port(), FtpServer::userName(), u"www/"_s), FtpServer::password()));
+        explicitTls->uploadFile(m_local.write(u"c.html"_s, "never"), u"c.html"_s);
+        QVERIFY(explicitTls.runBatch());
+        QCOMPARE(explicitTls.delegate.count(u"fail"_s), 1);
+        QVERIFY2(explicitTls.failure().startsWith("(64)"), explicitTls.failure().constData());
         QVERIFY(!QFile::exists(plain.homeFolder() + u"/www/c.html"_s));
     }
 
@@ -184,36 +105,16 @@ private slots:
     // after its greeting: the run ends with an error, it does not wait.
     void silentServerEndsTheRun() {
         for (const bool greets : {false, true}) {
-            // A listener that takes every connection and, at most, greets.
-            QTemporaryDir folder;
-            ServerProcess silent;
-            QVERIFY2(
-                silent.start(
-                    u"/usr/bin/python3"_s,
-                    [greets](quint16 port) {
-                        return QStringList{
-                            u"-c"_s,
-                            u"import socket, sys, time\n"
-                            u"s = socket.socket(); s.bind(('127.0.0.1', int(sys.argv[1]))); s.listen(8)\n"
-                            u"held = []\n"
-                            u"while True:\n"
-                            u"    c, _ = s.accept(); held.append(c)\n"
-                            u"    if sys.argv[2] == '1': c.sendall(b'220 hello\\r\\n')\n"_s,
-                            QString::number(port), greets ? u"1"_s : u"0"_s};
-                    },
-                    folder.filePath(u"silent.log"_s)),
-                qPrintable(silent.errorString()));
-            auto site = siteFor(u"127.0.0.1"_s, silent.port(), u"u"_s, u"www/"_s);
-            Transporter engine(std::make_shared<TransporterFTPConnection>(site, u"p"_s));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            engine.uploadFile(localFile(u"s.html"_s, "x"), u"s.html"_s);
+            SilentServer silent(greets);
+            QVERIFY2(silent.isRunning(), qPrintable(silent.errorString()));
+            Engine engine(std::make_shared<TransporterFTPConnection>(
+                siteFor(u"127.0.0.1"_s, silent.port(), u"u"_s, u"www/"_s), u"p"_s));
+            engine->uploadFile(m_local.write(u"s.html"_s, "x"), u"s.html"_s);
             QElapsedTimer clock;
             clock.start();
-            QVERIFY(runBatch(engine, 30000));
-            QCOMPARE(delegate.count(u"fail"_s), 1);
-            QVERIFY2(delegate.of(u"fail"_s).first().text.startsWith(u"(28)"_s),
-                     qPrintable(delegate.of(u"fail"_s).first().text));
+            QVERIFY(engine.runBatch(30000));
+            QCOMPARE(engine.delegate.count(u"fail"_s), 1);
+            QVERIFY2(engine.failure().startsWith("(28)"), engine.failure().constData());
             QVERIFY(clock.elapsed() < 20000);
         }
     }
@@ -240,14 +141,12 @@ private slots:
         for (const Login& login : logins) {
             auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/logins/"_s);
             site->sshKeyPath = login.key;
-            Transporter engine(
+            Engine engine(
                 std::make_shared<TransporterSFTPConnection>(site, login.password, login.passphrase));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            engine.uploadFile(localFile(login.name, login.name.toUtf8()), login.name + u".txt"_s);
-            QVERIFY(runBatch(engine));
-            QVERIFY2(delegate.kinds().last() == u"all"_s,
-                     qPrintable(login.name + u": "_s + delegate.of(u"fail"_s).value(0).text));
+            engine->uploadFile(m_local.write(login.name, login.name.toUtf8()), login.name + u".txt"_s);
+            QVERIFY(engine.runBatch());
+            QVERIFY2(engine.succeeded(),
+                     qPrintable(login.name + u": "_s + QString::fromUtf8(engine.failure())));
             QCOMPARE(readFile(ssh.remoteFolder() + u"/logins/"_s + login.name + u".txt"_s),
                      login.name.toUtf8());
         }
@@ -273,13 +172,11 @@ private slots:
         const QByteArray agentBefore = qgetenv("SSH_AUTH_SOCK");
         qunsetenv("SSH_AUTH_SOCK");
         {
-            Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            engine.uploadFile(localFile(u"agent/home.txt"_s, "home"), u"home.txt"_s);
-            QVERIFY(runBatch(engine));
-            QCOMPARE(delegate.count(u"fail"_s), 1);
-            QCOMPARE(delegate.of(u"fail"_s).first().text, u"(67) Authentication failure"_s);
+            Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+            engine->uploadFile(m_local.write(u"agent/home.txt"_s, "home"), u"home.txt"_s);
+            QVERIFY(engine.runBatch());
+            QCOMPARE(engine.delegate.count(u"fail"_s), 1);
+            QCOMPARE(engine.failure(), QByteArray("(67) Authentication failure"));
         }
 
         QTemporaryDir folder;
@@ -301,12 +198,10 @@ private slots:
         add.start(u"/usr/bin/ssh-add"_s, {ownKeys + u"/id_ed25519"_s});
         QVERIFY(add.waitForFinished());
         QVERIFY2(add.exitCode() == 0, add.readAllStandardError().constData());
-        Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-        RecordingDelegate delegate;
-        engine.setDelegate(&delegate);
-        engine.uploadFile(localFile(u"agent/agent.txt"_s, "agent"), u"agent.txt"_s);
-        QVERIFY(runBatch(engine));
-        QVERIFY2(delegate.kinds().last() == u"all"_s, qPrintable(delegate.of(u"fail"_s).value(0).text));
+        Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+        engine->uploadFile(m_local.write(u"agent/agent.txt"_s, "agent"), u"agent.txt"_s);
+        QVERIFY(engine.runBatch());
+        QVERIFY2(engine.succeeded(), engine.failure().constData());
         QCOMPARE(readFile(ssh.remoteFolder() + u"/agent/agent.txt"_s), QByteArray("agent"));
     }
 
@@ -316,24 +211,18 @@ private slots:
     void sftpDeletesHitTheUploadedFiles() {
         SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
-        QVERIFY(QDir().mkpath(ssh.remoteFolder() + u"/css"_s));
-        QFile decoy(ssh.remoteFolder() + u"/css/a.css"_s);
-        QVERIFY(decoy.open(QIODevice::WriteOnly));
-        decoy.write("decoy");
-        decoy.close();
+        LocalFiles(ssh.remoteFolder()).write(u"css/a.css"_s, "decoy");
         for (const QString& remotePath : QStringList{ssh.remoteFolder() + u"/absolute/"_s, u"~/home/"_s}) {
             const QString onDisk = remotePath.startsWith(u'~') ? ssh.remoteFolder() + u"/home"_s : remotePath;
             auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), remotePath);
             site->sshKeyPath = ssh.keyPath();
-            Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            engine.uploadFile(localFile(u"a.css"_s, "real"), u"css/a.css"_s);
-            QVERIFY(runBatch(engine));
+            Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+            engine->uploadFile(m_local.write(u"a.css"_s, "real"), u"css/a.css"_s);
+            QVERIFY(engine.runBatch());
             QCOMPARE(readFile(onDisk + u"/css/a.css"_s), QByteArray("real"));
-            engine.deleteFile(u"css/a.css"_s);
-            QVERIFY(runBatch(engine));
-            QCOMPARE(delegate.kinds().last(), u"all"_s);
+            engine->deleteFile(u"css/a.css"_s);
+            QVERIFY(engine.runBatch());
+            QVERIFY2(engine.succeeded(), engine.failure().constData());
             QVERIFY(!QFile::exists(onDisk + u"/css/a.css"_s));
             QVERIFY(!QFile::exists(onDisk + u"/css"_s)); // emptied, removed
             QCOMPARE(readFile(ssh.remoteFolder() + u"/css/a.css"_s), QByteArray("decoy"));
@@ -357,15 +246,13 @@ private slots:
             QVERIFY(ftp.writeFile(u"www/"_s + names.last(), "x"));
         }
         QVERIFY(ftp.writeFile(u"www/keep.txt"_s, "stays"));
-        auto site = siteFor(u"127.0.0.1"_s, tap.port(), FtpServer::userName(), u"www/"_s);
-        Transporter engine(std::make_shared<TransporterFTPConnection>(site, FtpServer::password()));
-        RecordingDelegate delegate;
-        engine.setDelegate(&delegate);
+        Engine engine(std::make_shared<TransporterFTPConnection>(
+            siteFor(u"127.0.0.1"_s, tap.port(), FtpServer::userName(), u"www/"_s), FtpServer::password()));
         for (const QString& name : names)
-            engine.deleteFile(name);
-        QVERIFY(runBatch(engine));
-        QCOMPARE(delegate.count(u"complete"_s), 200);
-        QCOMPARE(delegate.kinds().last(), u"all"_s);
+            engine->deleteFile(name);
+        QVERIFY(engine.runBatch());
+        QCOMPARE(engine.delegate.count(u"complete"_s), 200);
+        QVERIFY2(engine.succeeded(), engine.failure().constData());
         QCOMPARE(tree(ftp.homeFolder() + u"/www"_s), QStringList{u"keep.txt"_s});
         QVERIFY(!QFile::exists(ftp.homeFolder() + u"/www/d0"_s));
         const QByteArray commands = readFile(record);
@@ -391,78 +278,11 @@ private slots:
         TW_REQUIRE_SERVER(ssh);
         auto site = siteFor(u"::1"_s, ssh.port(), SshServer::userName(), u"~/six/"_s);
         site->sshKeyPath = ssh.keyPath();
-        Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-        RecordingDelegate delegate;
-        engine.setDelegate(&delegate);
-        engine.uploadFile(localFile(u"six.txt"_s, "v6"), u"six.txt"_s);
-        QVERIFY(runBatch(engine));
-        QCOMPARE(delegate.kinds().last(), u"all"_s);
+        Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+        engine->uploadFile(m_local.write(u"six.txt"_s, "v6"), u"six.txt"_s);
+        QVERIFY(engine.runBatch());
+        QVERIFY2(engine.succeeded(), engine.failure().constData());
         QCOMPARE(readFile(ssh.remoteFolder() + u"/six/six.txt"_s), QByteArray("v6"));
-    }
-
-    // A distinctive password and pass phrase, debug logging on: a run that
-    // works, one that fails and a connection test show neither in a file of
-    // the home, an error text or a curl command line.
-    void secretsStayOutOfSight() {
-        Preferences::instance().setBool(u"debugEnabled"_s, true);
-        const QString passphrase = u"Phrase-Never-Shown-91"_s;
-        SshServer ssh;
-        TW_REQUIRE_SERVER(ssh);
-        FtpServer ftp;
-        TW_REQUIRE_SERVER(ftp);
-        QStringList commandLines;
-        QStringList texts;
-
-        // Every part samples curl's command line while curl runs, and must
-        // have seen it.
-        auto ftpSite = siteFor(u"127.0.0.1"_s, ftp.port(), FtpServer::userName(), u"www/"_s);
-        {
-            Transporter engine(std::make_shared<TransporterFTPConnection>(ftpSite, FtpServer::password()));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            for (int i = 0; i < 50; ++i)
-                engine.uploadFile(localFile(u"s/%1.txt"_s.arg(i), "x"), u"%1.txt"_s.arg(i));
-            QVERIFY(runSampled(engine, commandLines) > 0);
-            QCOMPARE(delegate.kinds().last(), u"all"_s);
-            QVERIFY(ftp.makeUnwritable(u"www/locked"_s));
-            engine.uploadFile(localFile(u"s/x.txt"_s, "x"), u"locked/x.txt"_s);
-            QVERIFY(runSampled(engine, commandLines) > 0);
-            QCOMPARE(delegate.count(u"fail"_s), 1);
-            texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
-        }
-        {
-            auto transporter = std::make_shared<Transporter>(
-                std::make_shared<TransporterFTPConnection>(ftpSite, FtpServer::password()));
-            TestConnection test(transporter);
-            std::optional<std::optional<Error>> outcome;
-            test.checkWithCompletion([&](std::optional<Error> error) { outcome = error; });
-            QVERIFY(sampleCurlsUntil([&] { return outcome.has_value(); }, commandLines) > 0);
-            QVERIFY(!*outcome);
-        }
-        {
-            auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/s/"_s);
-            site->sshKeyPath = ssh.encryptedKeyPath();
-            // The wrong pass phrase: the run fails, and says so without it.
-            Transporter engine(std::make_shared<TransporterSFTPConnection>(site, QString(), passphrase));
-            RecordingDelegate delegate;
-            engine.setDelegate(&delegate);
-            engine.uploadFile(localFile(u"p.txt"_s, "x"), u"p.txt"_s);
-            QVERIFY(runSampled(engine, commandLines) > 0);
-            QCOMPARE(delegate.count(u"fail"_s), 1);
-            texts << delegate.of(u"fail"_s).first().text << engine.errorString().value_or(QString());
-        }
-        QVERIFY(!commandLines.isEmpty());
-        for (const QString& secret : {FtpServer::password(), passphrase}) {
-            for (const QString& line : std::as_const(commandLines))
-                QVERIFY2(!line.contains(secret), qPrintable(line));
-            for (const QString& text : std::as_const(texts))
-                QVERIFY2(!text.contains(secret), qPrintable(text));
-            QDirIterator files(QDir::homePath(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-            while (files.hasNext()) {
-                const QString path = files.next();
-                QVERIFY2(!readFile(path).contains(secret.toUtf8()), qPrintable(path));
-            }
-        }
     }
 };
 
