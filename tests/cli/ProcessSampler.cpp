@@ -1,6 +1,6 @@
 #include "ProcessSampler.h"
 
-#include "Inspection.h"
+#include "Traces.h"
 
 #include <QElapsedTimer>
 

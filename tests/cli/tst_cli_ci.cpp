@@ -1,11 +1,11 @@
 #include "CliRunner.h"
 #include "FtpServer.h"
 #include "GitRepository.h"
-#include "Inspection.h"
 #include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 
 #include <QDir>
 #include <QDirIterator>

@@ -1,7 +1,7 @@
 #include "CliRunner.h"
-#include "Inspection.h"
 #include "ServerProcess.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 
 #include <QFile>
 #include <QJsonArray>

@@ -1,6 +1,6 @@
 #include "CliRunner.h"
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 
 #include <QDir>
 #include <QFileInfo>

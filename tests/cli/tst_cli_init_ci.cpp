@@ -1,7 +1,7 @@
 #include "CliRunner.h"
-#include "Inspection.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 #include "CliRunner.h"
-#include "Inspection.h"
 #include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 
 #include <QDir>
 #include <QDirIterator>

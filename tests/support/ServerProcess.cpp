@@ -1,6 +1,6 @@
 #include "ServerProcess.h"
 
-#include "Inspection.h"
+#include "Traces.h"
 
 #include <QDeadlineTimer>
 #include <QDir>

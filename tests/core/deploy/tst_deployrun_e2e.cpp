@@ -1,7 +1,7 @@
 #include "DBusMockService.h"
 #include "DeploySites.h"
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "deploy/DeployRun.h"

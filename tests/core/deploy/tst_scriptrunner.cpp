@@ -1,6 +1,6 @@
-#include "Inspection.h"
 #include "SshServer.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Preferences.h"
 #include "deploy/ScriptRunner.h"
 

@@ -1,6 +1,6 @@
 #include "DeploySites.h"
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "transfer/Deployer.h"

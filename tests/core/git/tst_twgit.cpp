@@ -1,6 +1,6 @@
 #include "GitRepository.h"
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/ToolPaths.h"
 #include "git/CommitExport.h"
 #include "git/SiteManager.h"

@@ -1,6 +1,6 @@
 #include "DeploySites.h"
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "keychain/FDKeychain.h"

@@ -1,6 +1,6 @@
-#include "Inspection.h"
 #include "ScriptedInteraction.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"

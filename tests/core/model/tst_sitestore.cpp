@@ -1,5 +1,5 @@
-#include "Inspection.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Preferences.h"
 #include "keychain/TWPasswords.h"
 #include "model/SiteListActions.h"

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "FtpServer.h"
-#include "Inspection.h"
 #include "RecordingDelegate.h"
 #include "SshServer.h"
+#include "Traces.h"
 #include "transfer/Transporter.h"
 #include "transfer/TransporterFTPConnection.h"
 #include "transfer/TransporterFTPSConnection.h"

@@ -5,9 +5,9 @@
 // tst_cli_secrets.)
 
 #include "ImplicitTlsFtpServer.h"
-#include "Inspection.h"
 #include "ServerSites.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Preferences.h"
 
 #include <QElapsedTimer>

@@ -8,9 +8,9 @@
 // order, and a failure is reported at the file it concerns; the tests check
 // the servers' disks as well.
 
-#include "Inspection.h"
 #include "ServerSites.h"
 #include "TestEnvironment.h"
+#include "Traces.h"
 #include "app/Logger.h"
 #include "app/Preferences.h"
 

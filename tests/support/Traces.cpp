@@ -1,4 +1,4 @@
-#include "Inspection.h"
+#include "Traces.h"
 
 #include <QCoreApplication>
 #include <QDir>
