@@ -257,11 +257,6 @@ std::optional<SiteForm::Secret> SiteForm::storeSecrets(const QString& siteId,
     return std::nullopt;
 }
 
-QString SiteForm::notStoredMessage(Secret secret) {
-    return (secret == Secret::Password ? QStringLiteral("The password") : QStringLiteral("The pass phrase")) +
-           QStringLiteral(" was not stored: the secret store did not answer or is locked.");
-}
-
 bool SiteForm::applyTo(Site& site) const {
     applyRecordTo(site);
     return !storeSecrets(site.siteId());

@@ -94,8 +94,6 @@ public:
     // the secret the store did not take, or nothing.
     std::optional<Secret> storeSecrets(const QString& siteId,
                                        const std::optional<SiteForm>& loaded = std::nullopt) const;
-    // "The password was not stored: the secret store did not answer or is locked."
-    static QString notStoredMessage(Secret secret);
     // Both; false when the secret store did not take a secret (the record is
     // written all the same).
     bool applyTo(Site& site) const;
