@@ -44,13 +44,6 @@ void useKeyForRemoteScripts(Site& site, const QString& keyFile) {
     }
 }
 
-// Hears why the deployer could not build a transfer engine.
-class SetupFailure : public DeployerDelegate {
-public:
-    std::optional<Error> error;
-    void setupTransporterDidFailWithError(const Error& failure) override { error = failure; }
-};
-
 int interrupted() {
     Terminal::instance().errLine(QStringLiteral("Interrupted: nothing was sent."));
     return toInt(ExitCode::Interrupted);
@@ -165,7 +158,7 @@ std::optional<int> SiteFileSession::prepare(const QCommandLineParser& parser, Se
 
 std::optional<int> SiteFileSession::adoptServerRecord(Site& site) {
     Deployer deployer(std::make_shared<Site>(site));
-    SetupFailure failure;
+    DeployerSetupFailure failure;
     deployer.setDelegate(&failure);
     deployer.setupTransporter();
     const std::shared_ptr<Transporter> transporter = deployer.getTransporter();

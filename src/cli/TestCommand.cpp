@@ -13,17 +13,6 @@
 
 namespace tw::cli {
 
-namespace {
-
-// Hears why the deployer could not build a transfer engine.
-class SetupFailure : public DeployerDelegate {
-public:
-    std::optional<Error> error;
-    void setupTransporterDidFailWithError(const Error& failure) override { error = failure; }
-};
-
-} // namespace
-
 TestCommand::TestCommand() {
     name = QStringLiteral("test");
     synopsis = QStringLiteral("[SITE]");
@@ -50,7 +39,7 @@ int TestCommand::run(const QCommandLineParser& parser) {
         return fail(ExitCode::SetupError, *problem);
 
     Deployer deployer(site);
-    SetupFailure failure;
+    DeployerSetupFailure failure;
     deployer.setDelegate(&failure);
     deployer.setupTransporter();
     const std::shared_ptr<Transporter> transporter = deployer.getTransporter();
