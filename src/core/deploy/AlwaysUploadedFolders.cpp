@@ -6,11 +6,10 @@
 namespace tw {
 
 FileList AlwaysUploadedFolders::filesIn(const FileList& rows, const QString& localBase) {
-    const QString mandatory = QStringLiteral("-");
     const QString prefix = localBase + QLatin1Char('/');
     FileList found;
     for (const FilePtr& row : rows) {
-        if (row->gitStatus != mandatory || !row->willUpload || !row->isDirectory(localBase))
+        if (!isAlwaysUploaded(*row) || !row->willUpload || !row->isDirectory(localBase))
             continue;
         QDirIterator walk(prefix + row->pathWithFilename.value_or(QString()),
                           QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
@@ -21,7 +20,7 @@ FileList AlwaysUploadedFolders::filesIn(const FileList& rows, const QString& loc
             if (relative.startsWith(prefix))
                 relative.remove(0, prefix.size());
             const FilePtr file = File::initWithPath(relative);
-            file->gitStatus = mandatory;
+            file->gitStatus = letter();
             found.append(file);
         }
     }
@@ -36,7 +35,7 @@ FileList AlwaysUploadedFolders::rowsOf(const Site& site, const QSet<QString>& un
         if (!entry || !entry->pathWithFilename || entry->pathWithFilename->isEmpty())
             continue;
         const FilePtr row = File::initWithPath(*entry->pathWithFilename);
-        row->gitStatus = QStringLiteral("-");
+        row->gitStatus = letter();
         row->status = QString();
         row->willUpload = !unchecked.contains(*entry->pathWithFilename);
         rows.append(row);

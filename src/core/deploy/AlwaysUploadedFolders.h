@@ -14,6 +14,10 @@ namespace tw {
 // its own, checked, with the change letter "-". Names are taken as they are.
 class AlwaysUploadedFolders {
 public:
+    // The change letter of an always-uploaded row.
+    static QString letter() { return QStringLiteral("-"); }
+    static bool isAlwaysUploaded(const File& row) { return row.gitStatus == letter(); }
+
     static FileList filesIn(const FileList& rows, const QString& localBase);
     // The site's always-uploaded entries as rows of the list, with the
     // change letter "-": copies, so that unchecking one leaves the site's own

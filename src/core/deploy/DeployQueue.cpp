@@ -1,5 +1,6 @@
 #include "DeployQueue.h"
 
+#include "deploy/AlwaysUploadedFolders.h"
 #include "git/CommitExport.h"
 
 #include <QFileInfo>
@@ -9,10 +10,8 @@ namespace tw {
 
 namespace {
 
-const QString kMandatory = QStringLiteral("-");
-
 bool isListedUpload(const FilePtr& row) {
-    return row->willUpload && row->gitStatus != kMandatory && row->gitStatus != u"D";
+    return row->willUpload && !AlwaysUploadedFolders::isAlwaysUploaded(*row) && row->gitStatus != u"D";
 }
 
 } // namespace
@@ -33,7 +32,7 @@ std::optional<QString> DeployQueue::build(Transporter& transporter, const FileLi
     for (qsizetype row = 0; row < rows.size(); ++row) {
         const FilePtr& file = rows.at(row);
         const QString path = file->pathWithFilename.value_or(QString());
-        const bool mandatory = file->gitStatus == kMandatory;
+        const bool mandatory = AlwaysUploadedFolders::isAlwaysUploaded(*file);
         if (!file->willUpload) {
             if (!mandatory)
                 ++m_waiting;

@@ -23,7 +23,6 @@ namespace tw {
 namespace {
 
 const QString kDeployTag = QStringLiteral("deploy");
-const QString kMandatory = QStringLiteral("-");
 
 bool nonEmpty(const std::optional<QString>& text) {
     return text && !text->isEmpty();
@@ -453,7 +452,7 @@ void DeployRun::recordWritten(const std::optional<Error>& error) {
     m_summary.recordWritten = true;
     QStringList waiting;
     for (const FilePtr& row : std::as_const(m_plan.rows)) {
-        if (!row->willUpload && row->gitStatus != kMandatory)
+        if (!row->willUpload && !AlwaysUploadedFolders::isAlwaysUploaded(*row))
             waiting.append(row->pathWithFilename.value_or(QString()));
     }
     m_summary.waitingFiles = waiting;

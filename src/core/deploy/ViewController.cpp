@@ -26,7 +26,6 @@ namespace {
 
 const QString kCurrentSiteIndex = QStringLiteral("currentSiteIndex");
 const QString kSites = QStringLiteral("sites");
-const QString kMandatory = QStringLiteral("-");
 
 bool nonEmpty(const std::optional<QString>& text) {
     return text && !text->isEmpty();
@@ -215,7 +214,7 @@ qsizetype ViewController::waitingCount() const {
     qsizetype count = 0;
     if (files) {
         for (const FilePtr& file : *files) {
-            if (!file->willUpload && file->gitStatus != kMandatory)
+            if (!file->willUpload && !AlwaysUploadedFolders::isAlwaysUploaded(*file))
                 ++count;
         }
     }
@@ -500,7 +499,7 @@ void ViewController::updateCheckboxes(bool checked, const QList<qsizetype>& sele
         const FilePtr& file = files->at(row);
         file->willUpload = checked;
         const QString path = file->pathWithFilename.value_or(QString());
-        if (file->gitStatus != kMandatory)
+        if (!AlwaysUploadedFolders::isAlwaysUploaded(*file))
             changed.append(file);
         else if (checked)
             m_uncheckedMandatory.remove(path);
