@@ -102,8 +102,7 @@ void ConnectionTestRow::run(const SitePtr& probe, const QString& password, const
     m_button->setEnabled(false);
     const QString host = probe->host.value_or(QString());
     setResult(tr("Connecting to %1\u2026").arg(host), QString(), Neutral);
-    const FailureExplanation::Context context{host, probe->port.value_or(QString()),
-                                              probe->remotePath.value_or(QString())};
+    const FailureExplanation::Context context = FailureExplanation::Context::of(*probe);
     QPointer<ConnectionTestRow> self(this);
     m_tester(probe, [self, probeId, context, generation](const std::optional<QString>& error) {
         TWPasswords::setPassword(std::nullopt, probeId);

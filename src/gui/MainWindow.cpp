@@ -224,12 +224,9 @@ void MainWindow::beginSheet(const AlertRequest& alert, std::function<void(int)> 
 AlertRequest MainWindow::explained(const AlertRequest& alert) const {
     if (alert.message != u"An error occured!" || !alert.detailedText.isEmpty())
         return alert;
-    FailureExplanation::Context context;
-    if (const SitePtr site = m_controller->currentSite) {
-        context.host = site->host.value_or(QString());
-        context.port = site->port.value_or(QString());
-        context.remotePath = site->remotePath.value_or(QString());
-    }
+    const SitePtr site = m_controller->currentSite;
+    const FailureExplanation::Context context =
+        site ? FailureExplanation::Context::of(*site) : FailureExplanation::Context();
     QString curlText = alert.informativeText;
     const QString notes = RunMessages::takeRunNotes(curlText);
     const FailureExplanation explanation = FailureExplanation::explain(curlText, context);
@@ -482,8 +479,7 @@ void MainWindow::showConnectionResult(Site& site, const std::optional<QString>& 
         }
         return;
     }
-    const FailureExplanation::Context context{site.host.value_or(QString()), site.port.value_or(QString()),
-                                              site.remotePath.value_or(QString())};
+    const FailureExplanation::Context context = FailureExplanation::Context::of(site);
     const FailureExplanation explanation = FailureExplanation::explain(*error, context);
     if (shown) {
         m_connectionLabel->setFullText(tr("The connection test failed: %1").arg(explanation.summary()));

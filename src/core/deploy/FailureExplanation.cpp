@@ -156,6 +156,11 @@ QString forReply(const ServerReply& reply, const QString& folder) {
 
 } // namespace
 
+FailureExplanation::Context FailureExplanation::Context::of(const Site& site) {
+    return {site.host.value_or(QString()), site.port.value_or(QString()),
+            site.remotePath.value_or(QString())};
+}
+
 FailureExplanation FailureExplanation::explain(const QString& text, const Context& context) {
     FailureExplanation result;
     const std::optional<CurlError> curl = findCurlError(text);

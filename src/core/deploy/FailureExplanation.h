@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/Site.h"
+
 #include <QString>
 
 #include <optional>
@@ -20,6 +22,9 @@ public:
         QString host;
         QString port;
         QString remotePath;
+
+        // The site's (absent fields empty).
+        static Context of(const Site& site);
     };
 
     static FailureExplanation explain(const QString& text, const Context& context);
