@@ -13,25 +13,18 @@ namespace tw::test {
 class RecordingDelegate : public TransporterDelegate {
 public:
     struct Message {
-        QString kind; // "percent", "complete", "listing", "reading", "all", "allWithErrors", "fail"
+        QString kind; // "percent", "complete", "all", "allWithErrors", "fail"
         TransporterFilePtr file;
-        QString text; // error, content, tag
+        QString text; // the error or the tag
         double percent = -1;
-        QStringList names;
     };
 
     QList<Message> messages;
 
     void didCompletePercent(const TransporterFilePtr& file, double percent) override {
-        messages.append({QStringLiteral("percent"), file, QString(), percent, {}});
+        messages.append({QStringLiteral("percent"), file, QString(), percent});
     }
     void didComplete(const TransporterFilePtr& file) override { add(QStringLiteral("complete"), file); }
-    void didCompleteListing(const TransporterFilePtr& file, const QStringList& files) override {
-        messages.append({QStringLiteral("listing"), file, QString(), -1, files});
-    }
-    void didCompleteReadingFile(const TransporterFilePtr& file, const QString& content) override {
-        add(QStringLiteral("reading"), file, content);
-    }
     void didCompleteAllRequests(const QString& tag) override { add(QStringLiteral("all"), nullptr, tag); }
     void didCompleteAllWithErrors(const QString& tag) override {
         add(QStringLiteral("allWithErrors"), nullptr, tag);
@@ -47,7 +40,6 @@ public:
         return list;
     }
     int count(const QString& kind) const { return int(kinds().count(kind)); }
-    // The messages of one kind.
     QList<Message> of(const QString& kind) const {
         QList<Message> list;
         for (const Message& message : messages) {
@@ -61,7 +53,7 @@ public:
 
 private:
     void add(const QString& kind, const TransporterFilePtr& file, const QString& text = QString()) {
-        messages.append({kind, file, text, -1, {}});
+        messages.append({kind, file, text, -1});
     }
 };
 

@@ -6,11 +6,9 @@
 #include "Traces.h"
 #include "transfer/Transporter.h"
 #include "transfer/TransporterFTPConnection.h"
-#include "transfer/TransporterFTPSConnection.h"
 #include "transfer/TransporterFTPTLSConnection.h"
 #include "transfer/TransporterSFTPConnection.h"
 
-#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -19,7 +17,7 @@
 
 namespace tw::test {
 
-enum class Transport { Passive, Active, Tls, ImplicitChoice, Sftp };
+enum class Transport { Passive, Active, Tls, Sftp };
 
 inline SitePtr siteFor(const QString& host, quint16 port, const QString& user, const QString& remotePath) {
     auto site = std::make_shared<Site>();
@@ -48,8 +46,6 @@ inline std::shared_ptr<Transporter> serverTransporter(Transport transport, const
     if (transport == Transport::Tls)
         return std::make_shared<Transporter>(
             std::make_shared<TransporterFTPTLSConnection>(site, ftpPassword));
-    if (transport == Transport::ImplicitChoice)
-        return std::make_shared<Transporter>(std::make_shared<TransporterFTPSConnection>(site, ftpPassword));
     auto connection = std::make_shared<TransporterFTPConnection>(site, ftpPassword);
     connection->setPassive(transport == Transport::Passive);
     return std::make_shared<Transporter>(connection);
@@ -81,30 +77,17 @@ struct Engine {
     RecordingDelegate delegate;
 };
 
-// Files to upload, in a temporary folder of their own (or in the folder
-// given).
+// Files to upload, in a temporary folder of their own.
 class LocalFiles {
 public:
-    LocalFiles()
-        : m_root(m_temporary.path()) {}
-    explicit LocalFiles(const QString& folder)
-        : m_root(folder) {}
     // Writes the file (its folders made as needed); answers its path.
     QString write(const QString& relative, const QByteArray& content) const {
-        const QString path = m_root + QLatin1Char('/') + relative;
-        if (!writeFile(path, content))
-            qWarning("cannot write %s", qPrintable(path));
-        return path;
+        const QString path = m_temporary.filePath(relative);
+        return writeFile(path, content) ? path : QString();
     }
 
 private:
     QTemporaryDir m_temporary;
-    QString m_root;
 };
-
-inline QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 } // namespace tw::test

@@ -9,6 +9,7 @@
 #include "TestEnvironment.h"
 #include "Traces.h"
 #include "app/Preferences.h"
+#include "transfer/TransporterFTPSConnection.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -157,33 +158,15 @@ private slots:
     void sshAgentAndPrivateHome() {
         SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
-        const QByteArray key = readFile(ssh.keyPath());
-        QVERIFY(!key.isEmpty());
-        const QString ownKeys = QDir::homePath() + u"/.ssh"_s;
-        QVERIFY(QDir().mkpath(ownKeys));
-        const auto removeKeys = qScopeGuard([&] { QDir(ownKeys).removeRecursively(); });
-        for (const QString& name : {u"id_rsa"_s, u"id_ed25519"_s}) {
-            QFile file(ownKeys + u'/' + name);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(key);
-            QVERIFY(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
-        }
+        const QString ownKey = QDir::homePath() + u"/.ssh/id_ed25519"_s;
+        QVERIFY(writeFile(ownKey, readFile(ssh.keyPath())));
+        QVERIFY(QFile::setPermissions(ownKey, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        const auto removeKey = qScopeGuard([&] { QDir(QDir::homePath() + u"/.ssh"_s).removeRecursively(); });
         auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/agent/"_s);
         const QByteArray agentBefore = qgetenv("SSH_AUTH_SOCK");
-        qunsetenv("SSH_AUTH_SOCK");
-        {
-            Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-            engine->uploadFile(m_local.write(u"agent/home.txt"_s, "home"), u"home.txt"_s);
-            QVERIFY(engine.runBatch());
-            QCOMPARE(engine.delegate.count(u"fail"_s), 1);
-            QCOMPARE(engine.failure(), QByteArray("(67) Authentication failure"));
-        }
-
         QTemporaryDir folder;
         const QString socket = folder.filePath(u"agent.sock"_s);
         QProcess agent;
-        agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
-        QVERIFY(agent.waitForStarted());
         const auto stopAgent = qScopeGuard([&] {
             agent.terminate();
             agent.waitForFinished();
@@ -192,16 +175,20 @@ private slots:
             else
                 qputenv("SSH_AUTH_SOCK", agentBefore);
         });
-        QTRY_VERIFY(QFileInfo::exists(socket));
-        qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
-        QProcess add;
-        add.start(u"/usr/bin/ssh-add"_s, {ownKeys + u"/id_ed25519"_s});
-        QVERIFY(add.waitForFinished());
-        QVERIFY2(add.exitCode() == 0, add.readAllStandardError().constData());
-        Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-        engine->uploadFile(m_local.write(u"agent/agent.txt"_s, "agent"), u"agent.txt"_s);
-        QVERIFY(engine.runBatch());
-        QVERIFY2(engine.succeeded(), engine.failure().constData());
+        for (const bool withAgent : {false, true}) {
+            if (withAgent) {
+                agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
+                QTRY_VERIFY(QFileInfo::exists(socket));
+                qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
+                QCOMPARE(QProcess::execute(u"/usr/bin/ssh-add"_s, {ownKey}), 0);
+            } else {
+                qunsetenv("SSH_AUTH_SOCK");
+            }
+            Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
+            engine->uploadFile(m_local.write(u"agent.txt"_s, "agent"), u"agent.txt"_s);
+            QVERIFY(engine.runBatch());
+            QCOMPARE(engine.failure(), withAgent ? QByteArray() : QByteArray("(67) Authentication failure"));
+        }
         QCOMPARE(readFile(ssh.remoteFolder() + u"/agent/agent.txt"_s), QByteArray("agent"));
     }
 
@@ -211,7 +198,7 @@ private slots:
     void sftpDeletesHitTheUploadedFiles() {
         SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
-        LocalFiles(ssh.remoteFolder()).write(u"css/a.css"_s, "decoy");
+        QVERIFY(writeFile(ssh.remoteFolder() + u"/css/a.css"_s, "decoy"));
         for (const QString& remotePath : QStringList{ssh.remoteFolder() + u"/absolute/"_s, u"~/home/"_s}) {
             const QString onDisk = remotePath.startsWith(u'~') ? ssh.remoteFolder() + u"/home"_s : remotePath;
             auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), remotePath);
