@@ -5,19 +5,14 @@
 #include "FakeCurl.h"
 #include "RecordingDelegate.h"
 #include "TestEnvironment.h"
-#include "app/Logger.h"
-#include "app/Preferences.h"
 #include "app/ToolPaths.h"
 #include "transfer/Transporter.h"
 #include "transfer/TransporterFTPConnection.h"
 
-#include <QFile>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -82,57 +77,84 @@ private slots:
         m_fake.reset();
     }
 
-    // One curl per item: its error line is found however the reads cut it,
-    // beside bytes that are not UTF-8, without a "(N)", or in curl's refusal
-    // of its command line whatever the exit status; an exit status or a
-    // signal alone is a failure too.
-    void singleRunOutcome_data() {
+    // How a run ends, in single mode (one curl per item) and in batch mode.
+    // The error line is found however the reads cut it, beside bytes that
+    // are not UTF-8, without a "(N)", or in curl's refusal of its command
+    // line whatever the exit status; an exit status or a signal alone is a
+    // failure too. A batch run fails at the file curl names, else at the
+    // first one it had not finished, marked as not named; no completion
+    // follows a failure.
+    void outcome_data() {
+        QTest::addColumn<bool>("batch");
         QTest::addColumn<QString>("script");
+        QTest::addColumn<int>("failed");       // the files before it completed
         QTest::addColumn<QString>("failText"); // empty: success
-        QTest::newRow("meter, success") << u"err   45.3%\\n\nexit 0"_s << QString();
-        QTest::newRow("error behind a meter frame")
-            << u"err \\r#=#=#                  \nerr \\r#=#=#           curl: (78) The file does not exist\\n\nexit 78"_s
-            << u"(78) The file does not exist"_s;
-        QTest::newRow("split over two reads")
-            << u"err curl: (67) Access\nerr  denied: 530\\n\nexit 67"_s << u"(67) Access denied: 530"_s;
-        QTest::newRow("a byte at a time")
-            << u"err c\nerr u\nerr rl: (\nerr 78) The file\nerr  does not exist\\n\nexit 78"_s
-            << u"(78) The file does not exist"_s;
-        QTest::newRow("Latin-1 beside the error")
-            << u"err < 553 Fichier refus\\xe9\\n\\rcurl: (25) Failed FTP upload: 553\\n\nexit 25"_s
-            << u"(25) Failed FTP upload: 553"_s;
-        QTest::newRow("no number") << u"err curl: cannot open '/local/index.html'\\n\nexit 26"_s
-                                   << u"cannot open '/local/index.html'"_s;
-        QTest::newRow("option, exit 0")
-            << u"err curl: option --pass: blank argument where content is expected\\n\nexit 0"_s
-            << u"option --pass: blank argument where content is expected"_s;
-        QTest::newRow("exit status alone") << u"exit 55"_s << u"curl ended with exit status 55"_s;
-        QTest::newRow("killed") << u"signal 9"_s
-                                << u"curl was stopped by a signal before it had done its work"_s;
+        QTest::addColumn<bool>("unnamed");
+        auto row = [](const char* name, bool batch, const QString& script, int failed, const QString& text,
+                      bool unnamed = false) {
+            QTest::newRow(name) << batch << script << failed << text << unnamed;
+        };
+        row("meter, success", false, u"err   45.3%\\n\nexit 0"_s, 1, QString());
+        row("error behind a meter frame", false,
+            u"err \\r#=#=#     \nerr \\r#=#=#    curl: (78) The file does not exist\\n\nexit 78"_s, 0,
+            u"(78) The file does not exist"_s);
+        row("split over two reads", false, u"err curl: (67) Access\nerr  denied: 530\\n\nexit 67"_s, 0,
+            u"(67) Access denied: 530"_s);
+        row("a byte at a time", false,
+            u"err c\nerr u\nerr rl: (\nerr 78) The file\nerr  does not exist\\n\nexit 78"_s, 0,
+            u"(78) The file does not exist"_s);
+        row("Latin-1 beside the error", false,
+            u"err < 553 Fichier refus\\xe9\\n\\rcurl: (25) Failed FTP upload: 553\\n\nexit 25"_s, 0,
+            u"(25) Failed FTP upload: 553"_s);
+        row("no number", false, u"err curl: cannot open '/l/0.txt'\\n\nexit 26"_s, 0,
+            u"cannot open '/l/0.txt'"_s);
+        row("option, exit 0", false,
+            u"err curl: option --pass: blank argument where content is expected\\n\nexit 0"_s, 0,
+            u"option --pass: blank argument where content is expected"_s);
+        row("exit status alone", false, u"exit 55"_s, 0, u"curl ended with exit status 55"_s);
+        row("killed", false, u"signal 9"_s, 0, u"curl was stopped by a signal before it had done its work"_s);
+
+        const QString firstSent = sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\n"_s;
+        row("batch, option", true,
+            u"err curl: option --pass: blank argument where content is expected\\n"
+            u"curl: try 'curl --help' for more information\\n\nexit 2"_s,
+            0, u"option --pass: blank argument where content is expected"_s, true);
+        row("batch, no number", true, sentMany(0, 1) + u"\nerr curl: cannot open '/l/1.txt'\\n\nexit 26"_s, 1,
+            u"cannot open '/l/1.txt'"_s);
+        row("batch, exit status alone", true, firstSent + u"exit 55"_s, 1,
+            u"curl ended with exit status 55 before all files were sent"_s);
+        row("batch, killed", true, firstSent + u"signal 9"_s, 1,
+            u"curl was stopped by a signal before all files were sent"_s);
     }
 
-    void singleRunOutcome() {
+    void outcome() {
+        QFETCH(bool, batch);
         QFETCH(QString, script);
+        QFETCH(int, failed);
         QFETCH(QString, failText);
+        QFETCH(bool, unnamed);
         QVERIFY(m_fake->setScript(script));
         Engine engine;
-        const TransporterFilePtr file =
-            engine.transporter->uploadFile(u"/local/index.html"_s, u"index.html"_s);
-        engine.transporter->run();
+        const QList<TransporterFilePtr> files = engine.uploads(batch ? 3 : 1);
+        batch ? engine.transporter->runMulti() : engine.transporter->run();
         QTRY_COMPARE(engine.idle.count(), 1);
         const RecordingDelegate& delegate = engine.delegate;
-        for (const auto& message : delegate.messages)
-            QVERIFY(!message.file || message.file == file);
-        QCOMPARE(file->hasError(), !failText.isEmpty());
+        QCOMPARE(delegate.count(u"complete"_s), failed);
+        for (int i = 0; i < failed; ++i)
+            QCOMPARE(delegate.of(u"complete"_s).at(i).file, files[i]);
         if (failText.isEmpty()) {
-            QCOMPARE(delegate.kinds().last(2), (QStringList{u"complete"_s, u"all"_s}));
+            QCOMPARE(delegate.kinds().last(), u"all"_s);
             QCOMPARE(delegate.of(u"percent"_s).last().percent, 45.3);
-        } else {
-            QCOMPARE(delegate.kinds(), (QStringList{u"percent"_s, u"fail"_s, u"allWithErrors"_s}));
-            QCOMPARE(delegate.of(u"fail"_s).first().text, failText);
-            QVERIFY(engine.transporter->errorString()->contains(failText.mid(5, 6)));
+            return;
         }
-        QVERIFY(engine.transporter->connectionPool().isEmpty());
+        QCOMPARE(delegate.count(u"fail"_s), 1);
+        QCOMPARE(delegate.kinds().last(), batch ? u"fail"_s : u"allWithErrors"_s);
+        const auto failure = delegate.of(u"fail"_s).first();
+        QCOMPARE(failure.file, files[failed]);
+        QCOMPARE(failure.text, failText);
+        QVERIFY(failure.file->hasError());
+        QCOMPARE(failure.file->failureIsUnnamed(), unnamed);
+        QVERIFY(engine.transporter->errorString()->contains(failText.mid(5, 6)));
     }
 
     // A batch upload is read line by line, whatever the reads hold. A failure
@@ -177,15 +199,16 @@ private slots:
     }
 
     // Deletions are quote commands: each reply, in order, settles the next
-    // file; a refused delete completes, noted on its file. A failed login
-    // fails the run at a file curl's output cannot name.
+    // file; a refused delete completes, noted on its file. A run ended by an
+    // exit status fails at a file curl's output cannot name.
     void batchDeleteReplies() {
         QVERIFY(m_fake->setScript(1, uR"(
             err > DELE htdocs/a.css\r\n< 250 Deleted htdocs/a.css\r\n
             err > DELE htdocs/b.css\r\n< 550 Could not delete htdocs/b.css: No such file or directory\r\n
             err > DELE htdocs/c.css\r\n< 250 Deleted htdocs/c.css\r\n> RMD htdocs/x\r\n< 550 Not empty\r\n
         )"_s));
-        QVERIFY(m_fake->setScript(2, u"err curl: (67) Access denied: 530\\n\nexit 67"_s));
+        QVERIFY(m_fake->setScript(
+            2, u"err > DELE htdocs/d.css\\r\\n< 250 Deleted htdocs/d.css\\r\\n\nexit 56"_s));
         Engine engine;
         QList<TransporterFilePtr> files;
         for (const QString& name : {u"a.css"_s, u"b.css"_s, u"c.css"_s})
@@ -200,137 +223,31 @@ private slots:
 
         engine.delegate.messages.clear();
         engine.transporter->deleteFile(u"d.css"_s);
+        const TransporterFilePtr last = engine.transporter->deleteFile(u"e.css"_s);
         engine.transporter->runMulti();
         QTRY_COMPARE(engine.idle.count(), 2);
-        QCOMPARE(engine.delegate.kinds(), QStringList{u"fail"_s});
-        QCOMPARE(engine.delegate.messages.first().text, u"(67) Access denied: 530"_s);
-        QVERIFY(engine.delegate.messages.first().file->failureIsUnnamed());
+        QCOMPARE(engine.delegate.kinds(), (QStringList{u"complete"_s, u"fail"_s}));
+        QCOMPARE(engine.delegate.messages[1].file, last);
+        QCOMPARE(engine.delegate.messages[1].text,
+                 u"curl ended with exit status 56 before all files were sent"_s);
+        QVERIFY(last->failureIsUnnamed());
     }
 
-    // How a batch run fails when curl's output names no file (its refusal of
-    // its command line, an exit status or a signal alone): at the first file
-    // it had not finished. The files sent before stand; no completion follows.
-    void batchFailures_data() {
-        QTest::addColumn<bool>("upload");
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<int>("failed"); // the files before it completed
-        QTest::addColumn<QString>("failText");
-        QTest::addColumn<bool>("unnamed");
-
-        const QString firstSent = sentMany(0, 1) + u"\nerr > STOR 1.txt\\r\\n\n"_s;
-        QTest::newRow("option") << true
-                                << u"err curl: option --pass: blank argument where content is expected\\n"
-                                   u"curl: try 'curl --help' for more information\\n\nexit 2"_s
-                                << 0 << u"option --pass: blank argument where content is expected"_s << true;
-        QTest::newRow("no number") << true
-                                   << sentMany(0, 1) + u"\nerr curl: cannot open '/l/1.txt'\\n\nexit 26"_s
-                                   << 1 << u"cannot open '/l/1.txt'"_s << false;
-        QTest::newRow("exit status alone")
-            << true << firstSent + u"exit 55"_s << 1
-            << u"curl ended with exit status 55 before all files were sent"_s << false;
-        QTest::newRow("killed") << true << firstSent + u"signal 9"_s << 1
-                                << u"curl was stopped by a signal before all files were sent"_s << false;
-        QTest::newRow("deletions, exit status alone")
-            << false << u"err > DELE htdocs/0.txt\\r\\n< 250 Deleted htdocs/0.txt\\r\\n\nexit 56"_s << 1
-            << u"curl ended with exit status 56 before all files were sent"_s << true;
-    }
-
-    void batchFailures() {
-        QFETCH(bool, upload);
-        QFETCH(QString, script);
-        QFETCH(int, failed);
-        QFETCH(QString, failText);
-        QFETCH(bool, unnamed);
-        QVERIFY(m_fake->setScript(script));
-        Engine engine;
-        QList<TransporterFilePtr> files = engine.uploads(upload ? 3 : 0);
-        for (int i = 0; !upload && i < 3; ++i)
-            files.append(engine.transporter->deleteFile(u"%1.txt"_s.arg(i)));
-        engine.transporter->runMulti();
-        QTRY_COMPARE(engine.idle.count(), 1);
-        const RecordingDelegate& delegate = engine.delegate;
-        QCOMPARE(delegate.count(u"complete"_s), failed);
-        QCOMPARE(delegate.kinds().last(), u"fail"_s);
-        const auto failure = delegate.messages.last();
-        QCOMPARE(failure.file, files[failed]);
-        QCOMPARE(failure.text, failText);
-        QCOMPARE(failure.file->failureIsUnnamed(), unnamed);
-        QVERIFY(engine.transporter->errorString()->contains(failText));
-    }
-
-    // One connection: runs of 500 uploads, then of 200 deletes, one after
-    // another. Three: at most three runs at once, balanced, the deletes after
-    // every upload.
-    void batchRunsSequentialAndParallel() {
-        QVERIFY(m_fake->setScript(1, sentMany(0, 500)));
-        QVERIFY(m_fake->setScript(2, sentMany(500, 1)));
-        Engine engine;
-        Transporter& transporter = *engine.transporter;
-        transporter.setMaxSimultaneousConnectinos(1);
-        engine.uploads(501);
-        for (int i = 0; i < 201; ++i)
-            transporter.deleteFile(u"d%1"_s.arg(i));
-        transporter.runMulti();
-        QCOMPARE(transporter.runningProcessCount(), 1);
-        QTRY_COMPARE(engine.idle.count(), 1);
-        QCOMPARE(m_fake->invocationCount(), 4);
-        const QList<int> uploads{500, 1, 0, 0}, deletes{0, 0, 200, 1};
-        for (int run = 1; run <= 4; ++run) {
-            const QStringList arguments = m_fake->arguments(run);
-            QCOMPARE(arguments.count(u"-T"_s), uploads[run - 1]);
-            QCOMPARE(arguments.filter(QRegularExpression(u"^\\*DELE "_s)).size(), deletes[run - 1]);
-        }
-        QCOMPARE(engine.delegate.count(u"complete"_s), 501 + 201);
-        QCOMPARE(engine.delegate.kinds().last(), u"all"_s);
-
-        freshFake();
-        QVERIFY(m_fake->setScript(u"pause 100\nexit 0"_s)); // sends nothing: the first to end fails
-        Engine parallel;
-        parallel.transporter->setMaxSimultaneousConnectinos(3);
-        for (int i = 0; i < 2000; ++i)
-            parallel.transporter->uploadFile(u"/l/%1"_s.arg(i), u"f%1/%2.txt"_s.arg(i % 20).arg(i));
-        parallel.transporter->deleteFile(u"gone.txt"_s);
-        parallel.transporter->runMulti();
-        QCOMPARE(parallel.transporter->runningProcessCount(), 3);
-        QTRY_COMPARE(parallel.idle.count(), 1);
-        QCOMPARE(m_fake->invocationCount(), 3);
-        QList<qsizetype> sizes;
-        for (int run = 1; run <= 3; ++run)
-            sizes.append(m_fake->arguments(run).count(u"-T"_s));
-        std::sort(sizes.begin(), sizes.end());
-        QCOMPARE(sizes, (QList<qsizetype>{333, 334, 334}));
-        QCOMPARE(parallel.delegate.kinds(), QStringList{u"fail"_s});
-    }
-
-    // Two runs at once: the first fails, the second is stopped and what it
-    // still writes after it was told to stop is not reported.
+    // 2,000 files make six runs, three at once. The first fails; the others
+    // are stopped, no later run starts, and what a stopped curl still writes
+    // is not reported.
     void failureStopsTheOtherRuns() {
         QVERIFY(m_fake->setScript(1, u"pause 500\nerr curl: (25) Failed FTP upload: 553\\n\nexit 25"_s));
-        QVERIFY(
-            m_fake->setScript(2, u"trap\nwait\nerr \\r###### 50.0%\n"_s + sentMany(0, 50) + u"\nexit 0"_s));
+        QVERIFY(m_fake->setScript(u"trap\nwait\nerr \\r###### 50.0%\n"_s + sentMany(0, 50) + u"\nexit 0"_s));
         Engine engine;
         engine.transporter->setMaxSimultaneousConnectinos(3);
-        engine.uploads(100);
+        engine.uploads(2000);
         engine.transporter->runMulti();
-        QCOMPARE(engine.transporter->runningProcessCount(), 2);
+        QCOMPARE(engine.transporter->runningProcessCount(), 3);
         QTRY_COMPARE(engine.idle.count(), 1);
-        QVERIFY(m_fake->wasTerminated(2));
+        QCOMPARE(m_fake->invocationCount(), 3);
+        QVERIFY(m_fake->wasTerminated(2) && m_fake->wasTerminated(3));
         QCOMPARE(engine.delegate.kinds(), QStringList{u"fail"_s});
-    }
-
-    // Debug mode adds "-vvv" and logs the command line, which holds no login.
-    void debugLogHidesThePassword() {
-        Preferences::instance().setBool(u"debugEnabled"_s, true);
-        Engine engine;
-        engine.transporter->uploadFile(u"/repo/a"_s, u"a"_s);
-        engine.transporter->run();
-        QTRY_COMPARE(engine.idle.count(), 1);
-        QCOMPARE(m_fake->arguments(1).last(), u"-vvv"_s);
-        QFile log(Logger::sharedInstance().logFilePath());
-        QVERIFY(log.open(QIODevice::ReadOnly));
-        const QByteArray text = log.readAll();
-        QVERIFY(text.contains("-T /repo/a ftp://srv1:21/htdocs/a -K - "));
-        QVERIFY(!text.contains("bob:pw"));
     }
 
     // An abort of two single runs leaves no curl and sends no completion;
