@@ -1,10 +1,10 @@
 #pragma once
 
 #include "FtpServer.h"
-#include "RecordingDelegate.h"
 #include "SshServer.h"
 #include "Traces.h"
 #include "transfer/Transporter.h"
+#include "transfer/TransporterDelegate.h"
 #include "transfer/TransporterFTPConnection.h"
 #include "transfer/TransporterFTPTLSConnection.h"
 #include "transfer/TransporterSFTPConnection.h"
@@ -16,6 +16,51 @@
 #include <memory>
 
 namespace tw::test {
+
+// Writes down every message a transporter sends, in order.
+class RecordingDelegate : public TransporterDelegate {
+public:
+    struct Message {
+        QString kind; // "percent", "complete", "all", "allWithErrors", "fail"
+        TransporterFilePtr file;
+        QString text; // the error or the tag
+        double percent = -1;
+    };
+    QList<Message> messages;
+
+    void didCompletePercent(const TransporterFilePtr& file, double percent) override {
+        messages.append({QStringLiteral("percent"), file, QString(), percent});
+    }
+    void didComplete(const TransporterFilePtr& file) override { add(QStringLiteral("complete"), file); }
+    void didCompleteAllRequests(const QString& tag) override { add(QStringLiteral("all"), nullptr, tag); }
+    void didCompleteAllWithErrors(const QString& tag) override {
+        add(QStringLiteral("allWithErrors"), nullptr, tag);
+    }
+    void didFail(const TransporterFilePtr& file, const QString& error) override {
+        add(QStringLiteral("fail"), file, error);
+    }
+
+    QStringList kinds() const {
+        QStringList list;
+        for (const Message& message : messages)
+            list.append(message.kind);
+        return list;
+    }
+    int count(const QString& kind) const { return int(kinds().count(kind)); }
+    QList<Message> of(const QString& kind) const {
+        QList<Message> list;
+        std::copy_if(messages.cbegin(), messages.cend(), std::back_inserter(list),
+                     [&](const Message& message) { return message.kind == kind; });
+        return list;
+    }
+    // Whether the run has ended with one of the two completion messages.
+    bool ended() const { return count(QStringLiteral("all")) + count(QStringLiteral("allWithErrors")) > 0; }
+
+private:
+    void add(const QString& kind, const TransporterFilePtr& file, const QString& text = QString()) {
+        messages.append({kind, file, text, -1});
+    }
+};
 
 enum class Transport { Passive, Active, Tls, Sftp };
 
@@ -51,10 +96,11 @@ inline std::shared_ptr<Transporter> serverTransporter(Transport transport, const
     return std::make_shared<Transporter>(connection);
 }
 
-// A transporter with a recording delegate.
+// A transporter with a recording delegate and a spy on becameIdle.
 struct Engine {
     explicit Engine(std::shared_ptr<Transporter> made)
-        : transporter(std::move(made)) {
+        : transporter(std::move(made))
+        , idle(transporter.get(), &Transporter::becameIdle) {
         transporter->setDelegate(&delegate);
     }
     explicit Engine(const std::shared_ptr<TransporterConnectionProtocol>& connection)
@@ -63,9 +109,9 @@ struct Engine {
 
     // A batch run of what is queued, to its end; false when it takes longer.
     bool runBatch(int timeout = 60000) {
-        QSignalSpy idle(transporter.get(), &Transporter::becameIdle);
+        const qsizetype before = idle.count();
         transporter->runMulti();
-        return QTest::qWaitFor([&] { return idle.count() > 0; }, timeout);
+        return QTest::qWaitFor([&] { return idle.count() > before; }, timeout);
     }
     // Whether the run ended well; else the failure's text, for QVERIFY2.
     bool succeeded() const {
@@ -75,6 +121,7 @@ struct Engine {
 
     std::shared_ptr<Transporter> transporter;
     RecordingDelegate delegate;
+    QSignalSpy idle;
 };
 
 // Files to upload, in a temporary folder of their own.
