@@ -77,11 +77,8 @@ private slots:
         FakeCurl fake;
         ToolPaths::setToolsDirectory(fake.folder());
         QVERIFY(fake.setScript(script));
-        auto site = std::make_shared<Site>();
-        site->host = u"srv1"_s;
-        site->username = u"bob"_s;
-        auto transporter =
-            std::make_shared<Transporter>(std::make_shared<TransporterFTPConnection>(site, u"pw"_s));
+        auto transporter = std::make_shared<Transporter>(
+            std::make_shared<TransporterFTPConnection>(siteFor(u"srv1"_s, 21, u"bob"_s, QString()), u"pw"_s));
         CheckSumManager manager(transporter);
         manager.setReadTimeout(200ms);
         Result result;

@@ -56,8 +56,9 @@ private slots:
     void initTestCase() { TestEnvironment::isolate(); }
     void init() {
         TestEnvironment::resetPreferences();
-        freshFake();
+        m_fake = std::make_unique<FakeCurl>(); // counting from 1
         QVERIFY(m_fake->isValid());
+        ToolPaths::setToolsDirectory(m_fake->folder());
     }
     void cleanup() {
         ToolPaths::setToolsDirectory(std::nullopt);
@@ -144,10 +145,11 @@ private slots:
         QVERIFY(engine.transporter->errorString()->contains(failText.mid(5, 6)));
     }
 
-    // A batch upload is read line by line, whatever the reads hold. A failure
-    // is reported at the file it concerns, a Latin-1 reply in the same read
-    // does not hide it, and what curl still sends after it is not reported:
-    // no later file, no later run, no completion.
+    // A batch upload is read line by line, whatever the reads hold (the
+    // real servers' tests add runs that go well). A failure is reported at
+    // the file it concerns, a Latin-1 reply in the same read does not hide
+    // it, and what curl still sends after it is not reported: no later file,
+    // no later run, no completion.
     void batchUploadReadsLines() {
         QVERIFY(m_fake->setScript(
             1,
@@ -169,20 +171,6 @@ private slots:
         QCOMPARE(engine.delegate.messages.last().file, files[1]);
         QCOMPARE(engine.delegate.messages.last().text, u"(25) Failed FTP upload: 553"_s);
         QVERIFY(!files[1]->failureIsUnnamed());
-
-        // Every file of a run that went well completes once, in order, also
-        // when one read holds many files and another cuts a line.
-        const QString last = sentMany(3, 1);
-        QVERIFY(m_fake->setScript(2, sentMany(0, 3) + u"\n"_s + last.left(34) + u"\nerr "_s + last.mid(34) +
-                                         u"\nexit 0"_s));
-        engine.delegate.messages.clear();
-        const QList<TransporterFilePtr> more = engine.uploads(4);
-        transporter.runMulti();
-        QTRY_COMPARE(engine.idle.count(), 2);
-        QCOMPARE(engine.delegate.kinds().last(), u"all"_s);
-        QCOMPARE(engine.delegate.of(u"complete"_s).size(), 4);
-        for (int i = 0; i < 4; ++i)
-            QCOMPARE(engine.delegate.of(u"complete"_s).at(i).file, more[i]);
     }
 
     // Deletions are quote commands: each reply, in order, settles the next
@@ -281,12 +269,6 @@ private slots:
     }
 
 private:
-    // A new fake curl, counting from 1, as the engine's curl.
-    void freshFake() {
-        m_fake = std::make_unique<FakeCurl>();
-        ToolPaths::setToolsDirectory(m_fake->folder());
-    }
-
     std::unique_ptr<FakeCurl> m_fake;
 };
 

@@ -381,11 +381,8 @@ private slots:
 
     // A host given as an IPv6 address.
     void ipv6Host() {
-        if (!ServerProcess::hasIpv6Loopback()) {
-            if (serversRequired())
-                QFAIL("this machine has no IPv6 loopback (::1), and servers are required");
+        if (!ServerProcess::hasIpv6Loopback() && !serversRequired())
             QSKIP("this machine has no IPv6 loopback");
-        }
         SshServer::Options options;
         options.ipv6 = true;
         SshServer ssh(options);
