@@ -77,10 +77,8 @@ private slots:
         QTest::addColumn<QString>("script");
         QTest::addColumn<int>("failed");       // the files before it completed
         QTest::addColumn<QString>("failText"); // empty: success
-        QTest::addColumn<bool>("unnamed");
-        auto row = [](const char* name, bool batch, const QString& script, int failed, const QString& text,
-                      bool unnamed = false) {
-            QTest::newRow(name) << batch << script << failed << text << unnamed;
+        auto row = [](const char* name, bool batch, const QString& script, int failed, const QString& text) {
+            QTest::newRow(name) << batch << script << failed << text;
         };
         row("meter, success", false, u"err   45.3%\\n\nexit 0"_s, 1, QString());
         row("error behind a meter frame", false,
@@ -106,7 +104,7 @@ private slots:
         row("batch, option", true,
             u"err curl: option --pass: blank argument where content is expected\\n"
             u"curl: try 'curl --help' for more information\\n\nexit 2"_s,
-            0, u"option --pass: blank argument where content is expected"_s, true);
+            0, u"option --pass: blank argument where content is expected"_s);
         row("batch, no number", true, sentMany(0, 1) + u"\nerr curl: cannot open '/l/1.txt'\\n\nexit 26"_s, 1,
             u"cannot open '/l/1.txt'"_s);
         row("batch, exit status alone", true, firstSent + u"exit 55"_s, 1,
@@ -120,7 +118,6 @@ private slots:
         QFETCH(QString, script);
         QFETCH(int, failed);
         QFETCH(QString, failText);
-        QFETCH(bool, unnamed);
         QVERIFY(m_fake->setScript(script));
         FakeEngine engine;
         const QList<TransporterFilePtr> files = engine.uploads(batch ? 3 : 1);
@@ -141,7 +138,7 @@ private slots:
         QCOMPARE(failure.file, files[failed]);
         QCOMPARE(failure.text, failText);
         QVERIFY(failure.file->hasError());
-        QCOMPARE(failure.file->failureIsUnnamed(), unnamed);
+        QCOMPARE(failure.file->failureIsUnnamed(), batch && failed == 0); // curl's refusal names no file
         QVERIFY(engine.transporter->errorString()->contains(failText.mid(5, 6)));
     }
 

@@ -273,54 +273,50 @@ private slots:
         }
     }
 
-    // RSA, ECDSA and ed25519 keys, a pass-phrased key, and a password.
+    // RSA, ECDSA and ed25519 keys (a pass-phrased one is the servers'
+    // default), a password, a host given as an IPv6 address, and ssh-agent
+    // for a site that names no key: curl runs with a private home, yet the
+    // agent still serves it.
     void everyKindOfSshLogin() {
         SshServer::Options options;
-        options.moreKeyTypes = true;
-        options.passwordLogin = true;
+        options.moreKeyTypes = options.passwordLogin = true;
+        options.ipv6 = ServerProcess::hasIpv6Loopback();
+        QVERIFY2(options.ipv6 || !serversRequired(), "no IPv6 loopback (::1), and servers are required");
         SshServer ssh(options);
         TW_REQUIRE_SERVER(ssh);
-        const QList<std::tuple<QString, std::optional<QString>, QString, std::optional<QString>>> logins{
-            {u"rsa"_s, ssh.keyPath(u"rsa"_s), QString(), std::nullopt},
-            {u"ecdsa"_s, ssh.keyPath(u"ecdsa"_s), QString(), std::nullopt},
-            {u"ed25519"_s, ssh.keyPath(), QString(), std::nullopt},
-            {u"encrypted"_s, ssh.encryptedKeyPath(), QString(), SshServer::passphrase()},
-            {u"password"_s, std::nullopt, SshServer::loginPassword(), std::nullopt}};
-        for (const auto& [name, key, password, passphrase] : logins) {
-            auto site = siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/logins/"_s);
-            site->sshKeyPath = key;
-            Engine engine(std::make_shared<TransporterSFTPConnection>(site, password, passphrase));
-            engine->uploadFile(m_local.write(name, name.toUtf8()), name + u".txt"_s);
-            QVERIFY(engine.runBatch());
-            QVERIFY2(engine.succeeded(), qPrintable(name + u": "_s + QString::fromUtf8(engine.failure())));
-            QCOMPARE(readFile(ssh.remoteFolder() + u"/logins/"_s + name + u".txt"_s), name.toUtf8());
-        }
-    }
-
-    // curl runs with a private home, yet ssh-agent still serves a site that
-    // names no key.
-    void sshAgent() {
-        const SshServer& ssh = *m_ssh;
         QTemporaryDir folder;
-        const QString socket = folder.filePath(u"agent.sock"_s);
+        const QString socket = folder.filePath(u"agent"_s);
         QProcess agent;
-        agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
         const QByteArray agentBefore = qgetenv("SSH_AUTH_SOCK");
         const auto stopAgent = qScopeGuard([&] {
             agent.terminate();
             agent.waitForFinished();
             agentBefore.isEmpty() ? qunsetenv("SSH_AUTH_SOCK") : qputenv("SSH_AUTH_SOCK", agentBefore);
         });
-        QTRY_VERIFY(QFileInfo::exists(socket));
-        qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
-        QCOMPARE(QProcess::execute(u"/usr/bin/ssh-add"_s, {ssh.keyPath()}), 0);
-        Engine engine(std::make_shared<TransporterSFTPConnection>(
-            siteFor(u"127.0.0.1"_s, ssh.port(), SshServer::userName(), u"~/agent/"_s), QString(),
-            std::nullopt));
-        engine->uploadFile(m_local.write(u"agent.txt"_s, "agent"), u"agent.txt"_s);
-        QVERIFY(engine.runBatch());
-        QVERIFY2(engine.succeeded(), engine.failure().constData());
-        QCOMPARE(readFile(ssh.remoteFolder() + u"/agent/agent.txt"_s), QByteArray("agent"));
+        const QList<std::tuple<QString, std::optional<QString>, QString>> logins{
+            {u"rsa"_s, ssh.keyPath(u"rsa"_s), QString()},
+            {u"ecdsa"_s, ssh.keyPath(u"ecdsa"_s), QString()},
+            {u"ipv6"_s, ssh.keyPath(), QString()},
+            {u"password"_s, std::nullopt, SshServer::loginPassword()},
+            {u"agent"_s, std::nullopt, QString()}};
+        for (const auto& [name, key, password] : logins) {
+            if (name == u"ipv6"_s && !options.ipv6)
+                continue;
+            if (name == u"agent"_s) {
+                agent.start(u"/usr/bin/ssh-agent"_s, {u"-D"_s, u"-a"_s, socket});
+                QTRY_VERIFY(QFileInfo::exists(socket));
+                qputenv("SSH_AUTH_SOCK", QFile::encodeName(socket));
+                QCOMPARE(QProcess::execute(u"/usr/bin/ssh-add"_s, {ssh.keyPath()}), 0);
+            }
+            const QString host = name == u"ipv6"_s ? u"::1"_s : u"127.0.0.1"_s;
+            auto site = siteFor(host, ssh.port(), SshServer::userName(), u"~/logins/"_s);
+            site->sshKeyPath = key;
+            Engine engine(std::make_shared<TransporterSFTPConnection>(site, password, std::nullopt));
+            engine->uploadFile(m_local.write(name, name.toUtf8()), name + u".txt"_s);
+            QVERIFY(engine.runBatch());
+            QVERIFY2(engine.succeeded(), qPrintable(name + u": "_s + QString::fromUtf8(engine.failure())));
+            QCOMPARE(readFile(ssh.remoteFolder() + u"/logins/"_s + name + u".txt"_s), name.toUtf8());
+        }
     }
 
     // SFTP deletes hit the files the uploads wrote, under an absolute remote
@@ -377,23 +373,6 @@ private slots:
         // login: on a server without a chroot "/www/..." names another folder.
         QCOMPARE(commands.count("\r\nRMD www/d0/deep\r\n"), 1);
         QVERIFY(!commands.contains("RMD /"));
-    }
-
-    // A host given as an IPv6 address.
-    void ipv6Host() {
-        if (!ServerProcess::hasIpv6Loopback() && !serversRequired())
-            QSKIP("this machine has no IPv6 loopback");
-        SshServer::Options options;
-        options.ipv6 = true;
-        SshServer ssh(options);
-        TW_REQUIRE_SERVER(ssh);
-        auto site = siteFor(u"::1"_s, ssh.port(), SshServer::userName(), u"~/six/"_s);
-        site->sshKeyPath = ssh.keyPath();
-        Engine engine(std::make_shared<TransporterSFTPConnection>(site, QString(), std::nullopt));
-        engine->uploadFile(m_local.write(u"six.txt"_s, "v6"), u"six.txt"_s);
-        QVERIFY(engine.runBatch());
-        QVERIFY2(engine.succeeded(), engine.failure().constData());
-        QCOMPARE(readFile(ssh.remoteFolder() + u"/six/six.txt"_s), QByteArray("v6"));
     }
 
 private:
