@@ -124,17 +124,22 @@ struct Engine {
     QSignalSpy idle;
 };
 
-// Files to upload, in a temporary folder of their own.
-class LocalFiles {
-public:
-    // Writes the file (its folders made as needed); answers its path.
-    QString write(const QString& relative, const QByteArray& content) const {
-        const QString path = m_temporary.filePath(relative);
-        return writeFile(path, content) ? path : QString();
-    }
+// Writes a file to upload (its folders made as needed) in a temporary
+// folder of the test's own; answers its path.
+inline QString localFile(const QString& relative, const QByteArray& content) {
+    static const QTemporaryDir folder;
+    const QString path = folder.filePath(relative);
+    return writeFile(path, content) ? path : QString();
+}
 
-private:
-    QTemporaryDir m_temporary;
-};
+// The rows of a test run over the loopback servers' transports.
+inline void addTransports(bool active) {
+    QTest::addColumn<Transport>("transport");
+    QTest::newRow("FTP passive") << Transport::Passive;
+    if (active)
+        QTest::newRow("FTP active") << Transport::Active;
+    QTest::newRow("FTP with TLS/SSL") << Transport::Tls;
+    QTest::newRow("SFTP") << Transport::Sftp;
+}
 
 } // namespace tw::test

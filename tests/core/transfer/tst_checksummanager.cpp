@@ -93,12 +93,7 @@ private slots:
         QCOMPARE(result.calls, 1);
     }
 
-    void serversRoundTrip_data() {
-        QTest::addColumn<Transport>("transport");
-        QTest::newRow("FTP") << Transport::Passive;
-        QTest::newRow("FTP with TLS") << Transport::Tls;
-        QTest::newRow("SFTP") << Transport::Sftp;
-    }
+    void serversRoundTrip_data() { addTransports(false); }
 
     // The record written and read back, and a connection test that passes;
     // their temporary files go.

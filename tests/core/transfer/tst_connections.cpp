@@ -2,6 +2,7 @@
 // arguments (the login's quoting, active mode, TLS required in single runs),
 // and the choice of connection from a site's protocol text.
 
+#include "ServerSites.h"
 #include "TestEnvironment.h"
 #include "transfer/Deployer.h"
 #include "transfer/Transporter.h"
@@ -21,12 +22,8 @@ namespace tw::test {
 namespace {
 
 SitePtr makeSite() {
-    auto site = std::make_shared<Site>();
+    auto site = siteFor(u"srv1"_s, 990, u"bob"_s, u"www"_s);
     site->version = u"2"_s; // a current record: reading its id changes nothing
-    site->host = u"srv1"_s;
-    site->port = u"990"_s;
-    site->remotePath = u"www"_s;
-    site->username = u"bob"_s;
     return site;
 }
 
