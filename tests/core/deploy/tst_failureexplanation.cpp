@@ -26,9 +26,6 @@ private slots:
         QTest::newRow("nothing listening")
             << u"curl: (7) Failed to connect to 127.0.0.1 port 2121 after 0 ms: Couldn't connect to server"_s
             << u"Nothing answers at 127.0.0.1 port 2121."_s << 7 << -1;
-        QTest::newRow("server without TLS")
-            << u"curl: (64) Requested SSL level failed"_s
-            << u"The server does not offer FTP with TLS: choose plain FTP, or ask the host."_s << 64 << -1;
         QTest::newRow("missing folder, from curl's number")
             << u"curl: (9) Server denied you to change to the given directory"_s
             << u"The server has no folder www/ and would not create it."_s << 9 << -1;
@@ -37,9 +34,6 @@ private slots:
                "> MKD htdocs\n< 550 Can't create directory: Permission denied\n"
                "curl: (9) Server denied you to change to the given directory"_s
             << u"The server has no folder htdocs/ and would not create it."_s << 9 << 550;
-        QTest::newRow("full disk")
-            << u"< 552 Quota exceeded\ncurl: (25) Failed FTP upload: 552"_s
-            << u"The server has no room left for the file (its disk or your quota is full)."_s << 25 << 552;
     }
     void sentences() {
         QFETCH(QString, text);
