@@ -323,51 +323,10 @@ private slots:
         QCOMPARE(controller.waitingCount(), 0);
     }
 
-    // The private export of the deployed commit goes with its run, whatever
-    // way the run ends: sent, failed or aborted.
-    void exportedFilesGoWithTheRun() {
-        const auto exports = [&] {
-            QStringList found;
-            for (const QString& place : CommitExport::places())
-                found += QDir(place).entryList({CommitExport::folderPrefix() + u'*'},
-                                               QDir::AllEntries | QDir::Hidden);
-            return found;
-        };
-        test::GitRepository repo;
-        for (int i = 0; i < 20; ++i)
-            repo.write(u"page%1.html"_s.arg(i), QByteArray(20000, 'x'));
-        repo.commitAll(u"first"_s);
-
-        for (const DeployOutcome expected :
-             {DeployOutcome::Deployed, DeployOutcome::Failed, DeployOutcome::Aborted}) {
-            test::storeSites({test::ftpSite(repo, *m_ftp)}); // never deployed: every file is sent
-            QDir(www()).removeRecursively();
-            if (expected == DeployOutcome::Failed)
-                QVERIFY(m_ftp->makeUnwritable(u"www"_s));
-            test::DeployWindow window;
-            QStringList duringTheRun;
-            connect(&window.controller, &ViewController::progressChanged, this, [&](qsizetype done) {
-                if (done == 0)
-                    duringTheRun = exports();
-            });
-            if (expected == DeployOutcome::Aborted)
-                connect(
-                    &window.controller, &ViewController::progressChanged, &window.controller,
-                    [&](qsizetype done) {
-                        if (done == 0)
-                            window.controller.abortDeploy();
-                    },
-                    Qt::QueuedConnection);
-            QCOMPARE(int(window.deploy().outcome), int(expected));
-            QCOMPARE(duringTheRun.size(), 1); // the export, while the files were sent
-            QTRY_COMPARE(exports(), QStringList());
-        }
-    }
-
     // An upload the server refuses fails the run with curl's words, marks
     // the row curl named, writes no record, saves no commit and lets the
     // display sleep again; a retry then lists and sends each always-uploaded
-    // file once.
+    // file once. The private export of the commit goes with each run.
     void failedUploadThenARetry() {
         test::GitRepository repo;
         repo.commit({{u"index.html"_s, "x"}});
@@ -388,9 +347,22 @@ private slots:
             }
             return found;
         };
+        const auto exports = [] {
+            QStringList found;
+            for (const QString& place : CommitExport::places())
+                found += QDir(place).entryList({CommitExport::folderPrefix() + u'*'}, QDir::AllEntries);
+            return found;
+        };
+        QStringList duringTheRun;
+        connect(&window.controller, &ViewController::progressChanged, this, [&](qsizetype done) {
+            if (done == 0)
+                duringTheRun = exports();
+        });
         const QStringList listed{u"dist"_s, u"robots.txt"_s};
         QCOMPARE(rows(u"-"_s), listed);
         QCOMPARE(int(window.deploy().outcome), int(DeployOutcome::Failed));
+        QCOMPARE(duringTheRun.size(), 1);
+        QTRY_COMPARE(exports(), QStringList());
         QCOMPARE(window.view.messages().first(), u"An error occured!"_s);
         QVERIFY2(window.view.alerts.first().informativeText.contains(u"curl: (25)"_s),
                  qPrintable(window.view.alerts.first().informativeText));
@@ -405,6 +377,7 @@ private slots:
         const test::DeployAttempt attempt = window.deploy();
         QVERIFY2(attempt.deployed(), qPrintable(attempt.message));
         QCOMPARE(attempt.summary.uploads, 3);
+        QTRY_COMPARE(exports(), QStringList());
         QCOMPARE(test::tree(www()),
                  (QStringList{u".tarnwell"_s, u"dist/app.js"_s, u"index.html"_s, u"robots.txt"_s}));
         QCOMPARE(rows(u"-"_s), listed);
