@@ -141,32 +141,30 @@ private slots:
         connect(&m_sampler, &QTimer::timeout, this, &TestSecrets::sample);
     }
 
-    void ftpDeployment() {
-        TW_REQUIRE_SERVER(*m_ftp);
-        QVERIFY(m_ftp->emptyFolder(u"www"_s));
-        const test::DeployAttempt run = deploy(ftpSite(u"www/"_s));
-        QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
-        QVERIFY(QFile::exists(m_ftp->homeFolder() + u"/www/pages/page-399.html"_s));
-        QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
+    // Deployments over FTP and SFTP, and one the server refuses after the
+    // login: curl's trace, which holds the login, is what the failure shows.
+    void deployments_data() {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("FTP") << u"FTP"_s;
+        QTest::newRow("SFTP") << u"SFTP"_s;
+        QTest::newRow("refused") << u"refused"_s;
     }
-
-    void sftpDeployment() {
+    void deployments() {
+        QFETCH(QString, kind);
+        TW_REQUIRE_SERVER(*m_ftp);
         TW_REQUIRE_SERVER(*m_ssh);
+        QVERIFY(m_ftp->emptyFolder(u"www"_s));
         QVERIFY(QDir().mkpath(m_ssh->remoteFolder() + u"/www"_s));
-        const test::DeployAttempt run = deploy(sftpSite());
-        QVERIFY2(run.outcome == DeployOutcome::Deployed, qPrintable(run.message));
-        QVERIFY(QFile::exists(m_ssh->remoteFolder() + u"/www/pages/page-399.html"_s));
-        QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
-    }
-
-    // The server refuses the files of one folder after the login: curl's
-    // trace, which holds the login, is what the failure shows.
-    void failingDeployment() {
-        TW_REQUIRE_SERVER(*m_ftp);
         QVERIFY(m_ftp->makeUnwritable(u"refusing/locked"_s));
-        const test::DeployAttempt run = deploy(ftpSite(u"refusing/"_s));
-        QVERIFY2(run.outcome == DeployOutcome::Failed, qPrintable(run.message));
-        QVERIFY(m_shown.contains(u"An error occured!"_s));
+        const test::DeployAttempt run = deploy(kind == u"SFTP"_s      ? sftpSite()
+                                               : kind == u"refused"_s ? ftpSite(u"refusing/"_s)
+                                                                      : ftpSite(u"www/"_s));
+        QCOMPARE(run.outcome, kind == u"refused"_s ? DeployOutcome::Failed : DeployOutcome::Deployed);
+        if (kind == u"refused"_s)
+            QVERIFY(m_shown.contains(u"An error occured!"_s));
+        else
+            QVERIFY(QFile::exists((kind == u"SFTP"_s ? m_ssh->remoteFolder() : m_ftp->homeFolder()) +
+                                  u"/www/pages/page-399.html"_s));
         QVERIFY2(m_samplesWithCurl > 0, "no sample saw a running curl");
     }
 

@@ -8,61 +8,44 @@
 #include <QTest>
 #include <QThread>
 
-#include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace tw;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-struct Received {
-    tw::VDKQueue* queue = nullptr;
-    QString name;
-    QString path;
-    bool onMainThread = false;
-};
-
-// A delegate that writes down what it gets and, on request, reacts to it.
+// A delegate that writes down each event it gets as "name path", and
+// whether one came from another queue or off the main thread.
 class Recorder : public QObject, public VDKQueueDelegate {
 public:
-    QList<Received> received;
+    explicit Recorder(tw::VDKQueue& queue)
+        : m_queue(queue) {
+        queue.setDelegate(this);
+    }
+    QStringList events;
+    bool elsewhere = false;
 
     void VDKQueue(tw::VDKQueue* queue, const QString& name, const QString& path) override {
-        received.append(
-            {queue, name, path, QThread::currentThread() == QCoreApplication::instance()->thread()});
+        events.append(name + u' ' + path);
+        elsewhere |= queue != &m_queue || QThread::currentThread() != QCoreApplication::instance()->thread();
     }
+    qsizetype count(QLatin1String name, const QString& path) const;
 
-    int count(QLatin1String name, const QString& path) const {
-        int n = 0;
-        for (const Received& r : received)
-            n += r.name == name && r.path == path ? 1 : 0;
-        return n;
-    }
-
-    QStringList names(const QString& path) const {
-        QStringList list;
-        for (const Received& r : received) {
-            if (r.path == path)
-                list.append(r.name);
-        }
-        return list;
-    }
+private:
+    tw::VDKQueue& m_queue;
 };
 
-QString reflog(const test::GitRepository& repo) {
-    return repo.path() + u"/.git/logs/HEAD"_s;
+QString noticed(QLatin1String name, const QString& path) {
+    return QString(name) + u' ' + path;
+}
+
+qsizetype Recorder::count(QLatin1String name, const QString& path) const {
+    return events.count(noticed(name, path));
 }
 
 void touch(const QString& path) {
     test::runProgram(u"/usr/bin/touch"_s, {path});
-}
-
-void append(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    if (file.open(QIODevice::Append))
-        file.write(bytes);
 }
 
 } // namespace
@@ -70,88 +53,51 @@ void append(const QString& path, const QByteArray& bytes) {
 class TestVDKQueue : public QObject {
     Q_OBJECT
 
-    // A repository with one commit, so that its HEAD reflog exists.
-    static std::unique_ptr<test::GitRepository> repository() {
-        auto repo = std::make_unique<test::GitRepository>();
-        repo->commit({{u"index.html"_s, "<h1>one</h1>"}}, u"one"_s);
-        return repo;
-    }
-
-    // A second file in the same queue: events are delivered in the order the
-    // kernel reported them, so once the touch of this file has been seen,
-    // every earlier event has been too.
-    QTemporaryDir fenceFolder;
-    QString fence() const { return fenceFolder.path() + u"/fence"_s; }
-
-    void passFence(Recorder& recorder) {
-        const int before = recorder.count(VDKQueueFileAttributesChangedNotification, fence());
-        touch(fence());
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileAttributesChangedNotification, fence()),
-                                  before + 1, 5000);
-    }
+    test::GitRepository m_repo;
+    QTemporaryDir m_folder;
+    QString head() const { return m_repo.path() + u"/.git/logs/HEAD"_s; }
+    // A second file in the same queue: events come in the order the kernel
+    // reported them, so once its touch is seen every earlier one has been.
+    QString fence() const { return m_folder.filePath(u"fence"_s); }
 
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        QVERIFY(fenceFolder.isValid());
-        append(fence(), "");
-        QVERIFY(QFile::exists(fence()));
+        m_repo.commit({{u"index.html"_s, "<h1>one</h1>"}}, u"one"_s);
+        touch(fence());
+        QVERIFY(QFile::exists(head()) && QFile::exists(fence()));
     }
 
-    void commitIsAWriteOnTheMainThread() {
-        auto repo = repository();
-        const QString head = reflog(*repo);
-
+    // A commit is a write (git appends, so an extension too), reported on
+    // the main thread; a change of the reflog's attributes is no write.
+    void commitsAreWritesAttributeChangesAreNot() {
         VDKQueue queue;
         QVERIFY(queue.isValid());
-        Recorder recorder;
-        queue.setDelegate(&recorder);
-        queue.addPath(head);
-        queue.addPath(head); // already watched: nothing changes
+        Recorder recorder(queue);
+        queue.addPath(head());
+        queue.addPath(head()); // already watched: nothing changes
         queue.addPath(fence());
         QCOMPARE(queue.numberOfWatchedPaths(), 2);
-
-        // Only writes asked for: a commit is exactly one write.
         VDKQueue writesOnly;
-        Recorder writes;
-        writesOnly.setDelegate(&writes);
-        writesOnly.addPath(head, VDKQueue::WriteEvent);
+        Recorder writes(writesOnly);
+        writesOnly.addPath(head(), VDKQueue::WriteEvent);
 
-        repo->commit({{u"index.html"_s, "<h1>two</h1>"}}, u"two"_s);
-        QTRY_COMPARE_WITH_TIMEOUT(writes.received.size(), 1, 5000);
-        QCOMPARE(writes.received.first().name, QString(VDKQueueFileWrittenToNotification));
-        QCOMPARE(writes.received.first().path, head);
-
-        // Everything asked for: git appends, so the write is also an extension.
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head), 1, 5000);
-        passFence(recorder);
-        QCOMPARE(recorder.names(head), (QStringList{QString(VDKQueueFileWrittenToNotification),
-                                                    QString(VDKQueueFileSizeIncreasedNotification)}));
-        for (const Received& r : std::as_const(recorder.received)) {
-            QVERIFY(r.onMainThread);
-            QCOMPARE(r.queue, &queue);
-        }
-        QCOMPARE(writes.received.size(), 1);
+        touch(head());
+        m_repo.commit({{u"index.html"_s, "<h1>two</h1>"}}, u"two"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(writes.events.size(), 1, 5000);
+        touch(fence());
+        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileAttributesChangedNotification, fence()), 1,
+                                  5000);
+        QCOMPARE(recorder.events.mid(0, 3),
+                 (QStringList{noticed(VDKQueueFileAttributesChangedNotification, head()),
+                              noticed(VDKQueueFileWrittenToNotification, head()),
+                              noticed(VDKQueueFileSizeIncreasedNotification, head())}));
+        QCOMPARE(recorder.events.size(), 4);
+        QVERIFY(!recorder.elsewhere && !writes.elsewhere);
+        QCOMPARE(writes.events, QStringList{noticed(VDKQueueFileWrittenToNotification, head())});
     }
 
-    void attributeChangesAreNoWrites() {
-        auto repo = repository();
-        const QString head = reflog(*repo);
-        VDKQueue queue;
-        Recorder recorder;
-        queue.setDelegate(&recorder);
-        queue.addPath(head);
-        queue.addPath(fence());
-
-        touch(head);
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileAttributesChangedNotification, head), 1, 5000);
-        QVERIFY(QFile::setPermissions(head, QFile::ReadOwner | QFile::WriteOwner));
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileAttributesChangedNotification, head), 2, 5000);
-        passFence(recorder);
-        QCOMPARE(recorder.names(head), (QStringList{QString(VDKQueueFileAttributesChangedNotification),
-                                                    QString(VDKQueueFileAttributesChangedNotification)}));
-    }
-
+    // git replaces the reflog file now and then: the new one is watched.
     void replacedReflogIsWatchedAgain_data() {
         QTest::addColumn<QStringList>("command");
         QTest::newRow("reflog expire")
@@ -161,32 +107,23 @@ private slots:
 
     void replacedReflogIsWatchedAgain() {
         QFETCH(QStringList, command);
-        auto repo = repository();
-        const QString head = reflog(*repo);
         VDKQueue queue;
-        Recorder recorder;
-        queue.setDelegate(&recorder);
-        queue.addPath(head);
-
+        Recorder recorder(queue);
+        queue.addPath(head());
         const auto inode = [](const QString& path) {
             struct stat status {};
             ::stat(QFile::encodeName(path).constData(), &status);
             return status.st_ino;
         };
-        const auto before = inode(head);
-        repo->git(command);
-        QVERIFY2(inode(head) != before, "git kept the reflog file; the test shows nothing");
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileDeletedNotification, head), 1, 5000);
-        QCOMPARE(queue.numberOfWatchedPaths(), 1);
-
-        repo->commit({{u"index.html"_s, "<h1>after</h1>"}}, u"after"_s);
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head), 1, 5000);
-
-        // And once more, with the replacement replaced.
-        repo->git(command);
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileDeletedNotification, head), 2, 5000);
-        repo->commit({{u"index.html"_s, "<h1>again</h1>"}}, u"again"_s);
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head), 2, 5000);
+        for (int round = 1; round <= 2; ++round) {
+            const auto before = inode(head());
+            m_repo.git(command);
+            QVERIFY2(inode(head()) != before, "git kept the reflog file; the test shows nothing");
+            QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileDeletedNotification, head()), round, 5000);
+            QCOMPARE(queue.numberOfWatchedPaths(), 1);
+            m_repo.commit({{u"index.html"_s, QByteArray::number(round)}}, u"after"_s);
+            QTRY_COMPARE_WITH_TIMEOUT(recorder.count(VDKQueueFileWrittenToNotification, head()), round, 5000);
+        }
     }
 };
 

@@ -32,29 +32,46 @@ private slots:
     void initTestCase() { test::TestEnvironment::isolate(); }
     void init() { test::TestEnvironment::resetPreferences(); }
 
+    // Another branch checked out refuses every run, the always-uploaded
+    // files' too. On the deploy branch, automatic deployment waits for its
+    // flag, for the site editor to close and for something to deploy; of
+    // the watcher's events only writes count.
     void automaticDeploymentConditions() {
         test::GitRepository repo;
         repo.commit({{u"a"_s, "1"}}, u"one"_s);
+        repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"feature"_s});
         SitePtr s = site(repo.path()); // no user name: an attempt ends with SetupFailed
+        s->autoDeploy = true;
+        s->mandatoryFiles = std::make_shared<FileList>(FileList{File::initWithPath(u"a"_s)});
         test::DeployWindow window({s});
         ViewController& controller = window.controller;
         QSignalSpy& attempts = window.ended;
+        QCOMPARE(int(controller.readiness()), int(DeployReadiness::OtherBranch));
+        QVERIFY(!window.view.deployButtonEnabled);
+        controller.autoDeploy();
+        QCOMPARE(attempts.count(), 0);
+        controller.deployButton();
+        QCOMPARE(attempts.count(), 1);
+        QCOMPARE(int(attempts.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Refused));
+        QVERIFY(!controller.run());
 
-        controller.autoDeploy(); // the flag is off
+        repo.git({u"checkout"_s, u"-q"_s, u"main"_s});
+        controller.setupFileList();
+        QCOMPARE(int(controller.readiness()), int(DeployReadiness::Ready));
+        QVERIFY(window.view.deployButtonEnabled);
+        attempts.clear();
+        controller.currentSite->autoDeploy = false;
+        controller.autoDeploy();
         QCOMPARE(attempts.count(), 0);
         controller.currentSite->autoDeploy = true;
         Preferences::instance().setBool(u"editing"_s, true);
         controller.autoDeploy();
         QCOMPARE(attempts.count(), 0);
         Preferences::instance().setBool(u"editing"_s, false);
-        controller.updateCheckboxes(false, {0});
-        controller.autoDeploy(); // nothing checked and no mandatory file
+        controller.updateCheckboxes(false, {0, 1});
+        controller.autoDeploy(); // nothing checked
         QCOMPARE(attempts.count(), 0);
-        controller.updateCheckboxes(true, {0});
-        controller.currentSite->deployBranch = u"other"_s;
-        controller.autoDeploy();
-        QCOMPARE(attempts.count(), 0);
-        controller.currentSite->deployBranch = u"main"_s;
+        controller.updateCheckboxes(true, {0, 1});
         controller.autoDeploy();
         QCOMPARE(attempts.count(), 1);
         QCOMPARE(int(attempts.first().at(0).value<DeployOutcome>()), int(DeployOutcome::SetupFailed));
@@ -129,9 +146,7 @@ private slots:
         QVERIFY(repo.head() != first); // the second commit landed meanwhile
 
         QVERIFY(controller.listedCommit() && controller.files);
-        const QString listed = controller.listedCommit()->sha1.value_or(QString());
-        QVERIFY2(controller.listedCommitId().startsWith(listed),
-                 qPrintable(listed + u" / "_s + controller.listedCommitId()));
+        QVERIFY(controller.listedCommitId().startsWith(controller.listedCommit()->sha1.value_or(u"-"_s)));
         QStringList files;
         for (const FilePtr& file : *controller.files)
             files.append(file->pathWithFilename.value_or(QString()));
@@ -139,33 +154,6 @@ private slots:
         const QStringList inCommit =
             repo.git({u"ls-tree"_s, u"-r"_s, u"--name-only"_s, controller.listedCommitId()}).split(u'\n');
         QCOMPARE(files, inCommit);
-    }
-
-    // Another branch checked out: no run starts, not even for the always
-    // uploaded files, whatever asks for one.
-    void noRunWithAnotherBranchCheckedOut() {
-        test::GitRepository repo;
-        repo.commit({{u"a"_s, "1"}}, u"one"_s);
-        repo.git({u"checkout"_s, u"-q"_s, u"-b"_s, u"feature"_s});
-        SitePtr s = site(repo.path());
-        s->autoDeploy = true;
-        auto always = File::initWithPath(u"a"_s);
-        s->mandatoryFiles = std::make_shared<FileList>(FileList{always});
-        test::DeployWindow window({s});
-        ViewController& controller = window.controller;
-        QSignalSpy& attempts = window.ended;
-
-        QCOMPARE(int(controller.readiness()), int(DeployReadiness::OtherBranch));
-        QVERIFY(!window.view.deployButtonEnabled);
-        controller.deployButton();
-        QCOMPARE(attempts.count(), 1);
-        QCOMPARE(int(attempts.first().at(0).value<DeployOutcome>()), int(DeployOutcome::Refused));
-        QVERIFY(!controller.run());
-
-        repo.git({u"checkout"_s, u"-q"_s, u"main"_s});
-        controller.setupFileList();
-        QCOMPARE(int(controller.readiness()), int(DeployReadiness::Ready));
-        QVERIFY(window.view.deployButtonEnabled);
     }
 
     // Beside the list: uncommitted edits are named (always-uploaded and
@@ -192,10 +180,7 @@ private slots:
         QVERIFY2(notes.at(0).contains(u"0123abc is no longer in the repository"_s), qPrintable(notes.at(0)));
         QCOMPARE(notes.at(1), u"Uncommitted changes (a.html) are not deployed: commit them first."_s);
         QVERIFY(controller.files);
-        QStringList listed;
-        for (const FilePtr& file : *controller.files)
-            listed.append(file->pathWithFilename.value_or(QString()));
-        QVERIFY2(listed.contains(u"a.html"_s) && listed.contains(u"b.html"_s), qPrintable(listed.join(u',')));
+        QCOMPARE(controller.files->size(), 3); // a.html, b.html and the always-uploaded dist/
     }
 };
 
