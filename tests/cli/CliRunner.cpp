@@ -1,5 +1,7 @@
 #include "CliRunner.h"
 
+#include "TestEnvironment.h"
+
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -109,6 +111,15 @@ QString CliRunner::lastDeployed(int index) const {
         .toObject()
         .value(QStringLiteral("lastDeployedCommit"))
         .toString();
+}
+
+void CliTest::initTestCase() {
+    TestEnvironment::isolate();
+    m_ftp = std::make_unique<FtpServer>();
+}
+
+void CliTest::init() {
+    TW_REQUIRE_SERVER(*m_ftp);
 }
 
 } // namespace tw::test

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QObject>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -68,4 +69,29 @@ private:
     QProcessEnvironment m_environment;
 };
 
+// The test programs' base: an isolated home and one FTP server for all of
+// their functions, which need it running.
+class CliTest : public QObject {
+    Q_OBJECT
+
+protected:
+    std::unique_ptr<FtpServer> m_ftp;
+
+    QString www(const QString& folder = QStringLiteral("www")) const {
+        return m_ftp->homeFolder() + u'/' + folder;
+    }
+
+private slots:
+    void initTestCase();
+    void init();
+};
+
 } // namespace tw::test
+
+// Fails the test function unless the command (a CliResult) ended with the
+// exit code.
+#define TW_COMPARE_EXIT(code, ...)                                                                           \
+    do {                                                                                                     \
+        const tw::test::CliResult& twResult = (__VA_ARGS__);                                                 \
+        QVERIFY2(twResult.exitCode == (code), twResult.describe().constData());                              \
+    } while (false)

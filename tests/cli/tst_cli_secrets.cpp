@@ -2,7 +2,6 @@
 #include "ProcessSampler.h"
 #include "ServerProcess.h"
 #include "SshServer.h"
-#include "TestEnvironment.h"
 #include "Traces.h"
 
 #include <QDir>
@@ -26,10 +25,8 @@ const QString kPassphrase = u"Zq-phrase-Unique-913"_s;
 // output, not in any file it writes (debug logs included), not on any curl
 // command line while it transfers. And a secret store that cannot be used
 // is said so: nothing is saved or sent as if the secret were there.
-class TestCliSecrets : public QObject {
+class TestCliSecrets : public test::CliTest {
     Q_OBJECT
-
-    std::unique_ptr<test::FtpServer> m_ftp;
 
     // A runner whose temporary files go below its own folder, with debug
     // logging on.
@@ -39,27 +36,12 @@ class TestCliSecrets : public QObject {
         cli.setVariable(u"TMPDIR"_s, temp);
         QSettings settings(cli.folder() + u"/config/tarnwell/tarnwell.conf"_s, QSettings::IniFormat);
         settings.setValue(u"debugEnabled"_s, true);
-        settings.sync();
-    }
-
-    static QString log(const test::CliRunner& cli) {
-        QString text;
-        QDirIterator files(cli.folder() + u"/data"_s, QDir::Files, QDirIterator::Subdirectories);
-        while (files.hasNext())
-            text += QString::fromUtf8(test::readFile(files.next()));
-        return text;
     }
 
 private slots:
-    void initTestCase() {
-        test::TestEnvironment::isolate();
-        m_ftp = std::make_unique<test::FtpServer>();
-    }
-
     // Deployments over FTP and SFTP, a failed one and connection tests,
     // with debug logging on.
     void secretsAreSeenNowhere() {
-        TW_REQUIRE_SERVER(*m_ftp);
         test::SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
         test::CliRunner cli;
@@ -79,41 +61,36 @@ private slots:
         for (int i = 0; i < 60; ++i)
             repo.write(u"pages/page%1.html"_s.arg(i), "page");
         repo.commit({{u"locked/page.html"_s, "x"}}, u"site"_s);
-        test::CliResult r = cli.addFtpSite(repo, *m_ftp, u"Ftp"_s);
-        QVERIFY2(r.exitCode == 0, r.describe().constData());
-        r = cli.addFtpSite(repo, *m_ftp, u"Failing"_s, u"fails/"_s);
-        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Ftp"_s));
+        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Failing"_s, u"fails/"_s));
         QVERIFY(m_ftp->makeUnwritable(u"fails/locked"_s));
-        r = cli.run({u"add"_s, u"--name"_s, u"Sftp"_s, u"--folder"_s, repo.path(), u"--protocol"_s, u"SFTP"_s,
-                     u"--host"_s, test::SshServer::host(), u"--port"_s, QString::number(ssh.port()),
-                     u"--user"_s, test::SshServer::userName(), u"--key"_s, key, u"--remote-path"_s,
-                     ssh.remoteFolder() + u"/www/"_s, u"--passphrase-stdin"_s},
-                    kPassphrase.toUtf8() + '\n');
-        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        TW_COMPARE_EXIT(
+            0, cli.run({u"add"_s, u"--name"_s, u"Sftp"_s, u"--folder"_s, repo.path(), u"--protocol"_s,
+                        u"SFTP"_s, u"--host"_s, test::SshServer::host(), u"--port"_s,
+                        QString::number(ssh.port()), u"--user"_s, test::SshServer::userName(), u"--key"_s,
+                        key, u"--remote-path"_s, ssh.remoteFolder() + u"/www/"_s, u"--passphrase-stdin"_s},
+                       kPassphrase.toUtf8() + '\n'));
 
-        const test::ProcessSampler sampler({test::FtpServer::password().toUtf8(), kPassphrase.toUtf8()});
+        const QByteArrayList secrets = {test::FtpServer::password().toUtf8(), kPassphrase.toUtf8()};
+        const test::ProcessSampler sampler(secrets);
         QString output;
-        const auto run = [&](const QStringList& arguments, int expected) {
-            const test::ProcessSampler::Run sampled = sampler.run(cli, arguments);
-            output += sampled.result.out + sampled.result.err;
-            QVERIFY2(sampled.complaints(expected).isEmpty(),
-                     qPrintable(arguments.join(u' ') + u": "_s + sampled.complaints(expected)));
-        };
-        run({u"deploy"_s, u"Ftp"_s}, 0);
-        run({u"deploy"_s, u"Sftp"_s}, 0);
-        run({u"deploy"_s, u"Failing"_s}, 8);
-        run({u"test"_s, u"Ftp"_s}, 0);
-        run({u"test"_s, u"Sftp"_s}, 0);
-        QVERIFY(QFile::exists(m_ftp->homeFolder() + u"/www/.tarnwell"_s));
+        for (const auto& [command, site, exitCode] :
+             {std::tuple(u"deploy"_s, u"Ftp"_s, 0), std::tuple(u"deploy"_s, u"Sftp"_s, 0),
+              std::tuple(u"deploy"_s, u"Failing"_s, 8), std::tuple(u"test"_s, u"Ftp"_s, 0),
+              std::tuple(u"test"_s, u"Sftp"_s, 0)}) {
+            const test::ProcessSampler::Run run = sampler.run(cli, {command, site});
+            output += run.result.out + run.result.err;
+            QVERIFY2(run.complaints(exitCode).isEmpty(),
+                     qPrintable(command + u' ' + site + u": "_s + run.complaints(exitCode)));
+        }
+        QVERIFY(QFile::exists(www() + u"/.tarnwell"_s));
         QVERIFY(QFile::exists(ssh.remoteFolder() + u"/www/.tarnwell"_s));
         QVERIFY2(output.contains(u"(25)"_s), qPrintable(output)); // the failure's own words are shown
-
         QVERIFY2(!output.contains(test::FtpServer::password()) && !output.contains(kPassphrase),
                  qPrintable(output));
         // The debug log was written (with curl's command lines), and holds
         // neither secret; nor does any other file of the run.
-        QVERIFY(log(cli).contains(u"curl"_s));
-        const QByteArrayList secrets = {test::FtpServer::password().toUtf8(), kPassphrase.toUtf8()};
+        QVERIFY(!test::filesHolding(cli.folder() + u"/data"_s, {"curl"}).isEmpty());
         QCOMPARE(test::filesHolding(cli.folder(), secrets), QStringList());
         QCOMPARE(test::filesHolding(QDir::homePath(), secrets), QStringList());
     }
@@ -122,7 +99,6 @@ private slots:
     // saves nothing; 'deploy' of a stored site says its password cannot be
     // read before anything connects.
     void noSecretStore() {
-        TW_REQUIRE_SERVER(*m_ftp);
         test::CliRunner cli;
         prepare(cli);
         test::CliRunner noStore;
@@ -132,22 +108,20 @@ private slots:
         repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
 
         test::CliResult r = noStore.addFtpSite(repo, *m_ftp, u"Lost"_s, u"lost/"_s);
-        QVERIFY2(r.exitCode == 7, r.describe().constData());
+        TW_COMPARE_EXIT(7, r);
         QVERIFY2(r.err.contains(u"cannot be stored"_s) && r.err.contains(u"not added"_s),
                  r.describe().constData());
         QCOMPARE(cli.json({u"sites"_s, u"--json"_s}).array().size(), 0);
 
-        r = cli.addFtpSite(repo, *m_ftp, u"Kept"_s, u"kept/"_s);
-        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Kept"_s, u"kept/"_s));
         const test::ProcessSampler::Run run = test::ProcessSampler({}).run(noStore, {u"deploy"_s, u"Kept"_s});
-        QVERIFY2(run.result.exitCode == 7, run.result.describe().constData());
+        TW_COMPARE_EXIT(7, run.result);
         QVERIFY2(run.result.err.contains(u"Cannot deploy"_s) && run.result.err.contains(u"password"_s),
                  run.result.describe().constData());
         QCOMPARE(run.curlSamples, 0);
-        QVERIFY(!QFile::exists(m_ftp->homeFolder() + u"/kept"_s));
+        QVERIFY(!QFile::exists(www(u"kept"_s)));
         // The site stays as it was, deployable once the store is back.
-        r = cli.run({u"deploy"_s, u"Kept"_s});
-        QVERIFY2(r.exitCode == 0, r.describe().constData());
+        TW_COMPARE_EXIT(0, cli.run({u"deploy"_s, u"Kept"_s}));
     }
 };
 
