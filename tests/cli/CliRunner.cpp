@@ -3,8 +3,7 @@
 #include "TestEnvironment.h"
 
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QJsonDocument>
 #include <QTest>
 
 namespace tw::test {
@@ -14,10 +13,10 @@ QByteArray CliResult::describe() const {
            out.toUtf8() + "\nstderr:\n" + err.toUtf8();
 }
 
-// Everything a stopped process printed.
-static CliResult collect(QProcess& process) {
+CliResult CliRunner::collect(QProcess& process) {
     CliResult result;
-    result.crashed = process.exitStatus() != QProcess::NormalExit;
+    result.crashed =
+        process.exitStatus() != QProcess::NormalExit || process.error() == QProcess::FailedToStart;
     result.exitCode = result.crashed ? -1 : process.exitCode();
     result.out = QString::fromUtf8(process.readAllStandardOutput());
     result.err = QString::fromUtf8(process.readAllStandardError());
@@ -33,6 +32,8 @@ CliRunner::CliRunner()
     QDir().mkpath(data);
     m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
     m_environment.insert(QStringLiteral("XDG_DATA_HOME"), data);
+    QDir().mkpath(m_folder.path() + QStringLiteral("/tmp"));
+    m_environment.insert(QStringLiteral("TMPDIR"), m_folder.path() + QStringLiteral("/tmp"));
     m_environment.remove(QStringLiteral("TARNWELL_VERBOSE"));
 }
 
@@ -42,9 +43,6 @@ QString CliRunner::program() const {
 
 void CliRunner::withoutDesktop() {
     setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent/bus"));
-    const QString temp = folder() + QStringLiteral("/tmp");
-    QDir().mkpath(temp);
-    setVariable(QStringLiteral("TMPDIR"), temp);
 }
 
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
@@ -58,22 +56,13 @@ CliResult CliRunner::runProgram(const QString& program, const QStringList& argum
     process.setProcessEnvironment(environment);
     process.setWorkingDirectory(folder);
     process.start(program, arguments);
-    if (!input.isEmpty())
-        process.write(input);
+    process.write(input);
     process.closeWriteChannel();
     if (!process.waitForFinished(120000)) {
-        process.kill();
+        process.kill(); // reported as crashed
         process.waitForFinished();
-        CliResult failed = collect(process);
-        failed.crashed = true;
-        failed.err += QStringLiteral("\n(did not end: ") + process.errorString() + u')';
-        return failed;
     }
     return collect(process);
-}
-
-QJsonDocument CliRunner::json(const QStringList& arguments) const {
-    return QJsonDocument::fromJson(run(arguments).out.toUtf8());
 }
 
 std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
@@ -81,6 +70,7 @@ std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
     process->setProcessEnvironment(m_environment);
     process->start(program(), arguments);
     process->closeWriteChannel();
+    process->waitForStarted();
     return process;
 }
 
@@ -104,13 +94,21 @@ CliResult CliRunner::addFtpSite(const GitRepository& repo, const FtpServer& serv
                FtpServer::password().toUtf8() + '\n');
 }
 
-QString CliRunner::lastDeployed(int index) const {
-    return json({QStringLiteral("sites"), QStringLiteral("--json")})
-        .array()
-        .at(index)
-        .toObject()
-        .value(QStringLiteral("lastDeployedCommit"))
-        .toString();
+CliResult CliRunner::addSftpSite(const GitRepository& repo, const SshServer& server, const QString& name,
+                                 const QString& key, const QStringList& more, const QByteArray& input) const {
+    return run(QStringList{QStringLiteral("add"), QStringLiteral("--name"), name, QStringLiteral("--folder"),
+                           repo.path(), QStringLiteral("--protocol"), QStringLiteral("SFTP"),
+                           QStringLiteral("--host"), SshServer::host(), QStringLiteral("--port"),
+                           QString::number(server.port()), QStringLiteral("--user"), SshServer::userName(),
+                           QStringLiteral("--key"), key, QStringLiteral("--remote-path"),
+                           server.remoteFolder() + QStringLiteral("/site/")} +
+                   more,
+               input);
+}
+
+QJsonArray CliRunner::sites() const {
+    return QJsonDocument::fromJson(run({QStringLiteral("sites"), QStringLiteral("--json")}).out.toUtf8())
+        .array();
 }
 
 void CliTest::initTestCase() {

@@ -124,27 +124,9 @@ private slots:
         // The remote script's ssh names no key of its own.
         const QString sshOptions = u"-p %1 -o UserKnownHostsFile=/dev/null -o StrictHostKeyChecking=no "
                                    u"-o BatchMode=yes -o LogLevel=ERROR root@127.0.0.1"_s.arg(ssh.port());
-        TW_COMPARE_EXIT(0, cli.run({u"add"_s,
-                                    u"--name"_s,
-                                    u"Plain"_s,
-                                    u"--folder"_s,
-                                    repo.path(),
-                                    u"--key"_s,
-                                    ssh.keyPath(),
-                                    u"--post-deploy-remote"_s,
-                                    u"touch %1ran-remotely"_s.arg(remote),
-                                    u"--remote-post-connection"_s,
-                                    sshOptions,
-                                    u"--protocol"_s,
-                                    u"SFTP"_s,
-                                    u"--host"_s,
-                                    test::SshServer::host(),
-                                    u"--port"_s,
-                                    QString::number(ssh.port()),
-                                    u"--user"_s,
-                                    test::SshServer::userName(),
-                                    u"--remote-path"_s,
-                                    remote}));
+        const QStringList scripts = {u"--remote-post-connection"_s, sshOptions, u"--post-deploy-remote"_s,
+                                     u"touch %1ran-remotely"_s.arg(remote)};
+        TW_COMPARE_EXIT(0, cli.addSftpSite(repo, ssh, u"Plain"_s, ssh.keyPath(), scripts));
         const test::CliResult r = cli.run({u"init-ci"_s, u"Plain"_s});
         TW_COMPARE_EXIT(0, r);
         QVERIFY2(r.out.contains(u"TARNWELL_SSH_KEY"_s) && !r.out.contains(u"TARNWELL_PASSPHRASE"_s),
