@@ -49,22 +49,21 @@ class TestCliCi : public test::CliTest {
     Q_OBJECT
 
     // The site file in the repository, "tarnwell-site.json", which the site
-    // ignores: for the FTP server unless site says otherwise.
-    QString writeSiteFile(const test::GitRepository& repo, QJsonObject site) const {
-        const QJsonObject ftp{
-            {u"protocol"_s, u"FTP"_s},
-            {u"host"_s, test::FtpServer::host()},
-            {u"port"_s, QString::number(m_ftp->port())},
-            {u"username"_s, test::FtpServer::userName()},
-            {u"name"_s, u"CI site"_s},
-            {u"localPath"_s, u"."_s},
-            {u"deployBranch"_s, u"main"_s},
-            {u"ignoredFiles"_s, QJsonArray{u"{\"pathWithFilename\":\"tarnwell-site.json\"}"_s}}};
-        for (auto it = ftp.begin(); it != ftp.end(); ++it) {
-            if (!site.contains(it.key()))
-                site.insert(it.key(), it.value());
-        }
-        repo.write(u"tarnwell-site.json"_s, QJsonDocument(site).toJson());
+    // ignores: for the FTP server unless site says otherwise (single quotes
+    // below stand for JSON's double ones).
+    QString writeSiteFile(const test::GitRepository& repo, const QJsonObject& site) const {
+        QJsonObject file =
+            QJsonDocument::fromJson(
+                u"{'protocol': 'FTP', 'host': '%1', 'port': '%2', 'username': '%3', 'name': 'CI site', "
+                u"'localPath': '.', 'deployBranch': 'main', "
+                u"'ignoredFiles': ['{\\'pathWithFilename\\': \\'tarnwell-site.json\\'}']}"_s
+                    .arg(test::FtpServer::host(), QString::number(m_ftp->port()), test::FtpServer::userName())
+                    .replace(u'\'', u'"')
+                    .toUtf8())
+                .object();
+        for (auto it = site.begin(); it != site.end(); ++it)
+            file.insert(it.key(), it.value());
+        repo.write(u"tarnwell-site.json"_s, QJsonDocument(file).toJson());
         return repo.path() + u"/tarnwell-site.json"_s;
     }
 
@@ -182,32 +181,22 @@ private slots:
         const QString password = u"Ci-Secret-Never-Shown-47"_s;
         test::GitRepository repo;
         repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
-        const QString closedPort = QString::number(test::ServerProcess::freePort());
-        const struct {
-            QJsonObject site;
-            QStringList more;
-            int exitCode;
-            QStringList shown;
-        } cases[] = {
-            {{{u"password"_s, password}}, {}, 7, {u"holds a password"_s}},
-            {{},
-             {u"--password-env"_s, u"CI_NOT_SET_ANYWHERE"_s},
-             7,
-             {u"CI_NOT_SET_ANYWHERE"_s, u"not set"_s}},
-            {{{u"port"_s, closedPort}}, {}, 8, {u"record"_s, u"(7)"_s}},
-        };
-        for (const auto& c : cases) {
-            QJsonObject site = c.site;
+        const auto deploy = [&](QJsonObject site, const QStringList& more) {
             site.insert(u"remotePath"_s, u"refused/"_s);
-            const QString siteFile = writeSiteFile(repo, site);
-            const test::CliResult r =
-                cli.run(QStringList{u"--no-input"_s, u"deploy"_s, u"--site-file"_s, siteFile} + c.more);
-            TW_COMPARE_EXIT(c.exitCode, r);
-            for (const QString& text : c.shown)
-                QVERIFY2(r.err.contains(text), r.describe().constData());
-            QVERIFY2(!r.err.contains(password) && !r.out.contains(u"never deployed"_s),
-                     r.describe().constData());
-        }
+            return cli.run(
+                QStringList{u"--no-input"_s, u"deploy"_s, u"--site-file"_s, writeSiteFile(repo, site)} +
+                more);
+        };
+        test::CliResult r = deploy({{u"password"_s, password}}, {});
+        QVERIFY2(r.exitCode == 7 && r.err.contains(u"holds a password"_s) && !r.err.contains(password),
+                 r.describe().constData());
+        r = deploy({}, {u"--password-env"_s, u"CI_NOT_SET_ANYWHERE"_s});
+        QVERIFY2(r.exitCode == 7 && r.err.contains(u"CI_NOT_SET_ANYWHERE"_s) && r.err.contains(u"not set"_s),
+                 r.describe().constData());
+        r = deploy({{u"port"_s, QString::number(test::ServerProcess::freePort())}}, {});
+        QVERIFY2(r.exitCode == 8 && r.err.contains(u"record"_s) && r.err.contains(u"(7)"_s) &&
+                     !r.out.contains(u"never deployed"_s),
+                 r.describe().constData());
         QVERIFY(!QFile::exists(www(u"refused"_s)));
         QVERIFY(temporaryFolderIsEmpty(cli));
     }

@@ -47,41 +47,49 @@ class TestCliSessions : public test::CliTest {
     Q_OBJECT
 
 private slots:
-    // Ctrl-C during a deployment: exit code 130, every curl stopped, no
-    // record written.
-    void interruptedDeployment() {
-        test::CliRunner cli;
-        test::GitRepository repo;
-        for (int i = 0; i < 1500; ++i)
-            repo.write(u"f/%1/file%2.txt"_s.arg(i % 30).arg(i), QByteArray(256, 'x'));
-        repo.commitAll(u"many"_s);
-        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"interrupted/"_s));
-
-        const auto deploy = cli.start({u"deploy"_s, u"--quiet"_s});
-        QVERIFY(QTest::qWaitFor([&] { return !test::curlsTalkingTo(m_ftp->port()).isEmpty(); }, 30000));
-        ::kill(static_cast<pid_t>(deploy->processId()), SIGINT);
-        QVERIFY(deploy->waitForFinished(30000));
-        QCOMPARE(deploy->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(deploy->exitCode(), 130);
-        QVERIFY(QString::fromUtf8(deploy->readAllStandardError()).contains(u"Interrupted"_s));
-        QCOMPARE(test::curlsTalkingTo(m_ftp->port()), QList<qint64>());
-        QVERIFY(!QFile::exists(www(u"interrupted/.tarnwell"_s)));
+    void stoppedMidBatch_data() {
+        QTest::addColumn<QString>("remote");
+        QTest::newRow("Ctrl-C") << u"interrupted"_s;
+        QTest::newRow("curl killed") << u"killed"_s;
     }
 
-    // 'test' answers 0 when the server takes the test file, 8 when the
-    // server cannot be reached, 7 when the site cannot be tested at all.
-    void connectionTestExitCodes() {
+    // Ctrl-C during an upload batch ends with exit code 130; a curl killed
+    // in the middle of one (no error line, a signal) fails what it had not
+    // finished, exit code 8. Either way every curl has stopped and no record
+    // is written.
+    void stoppedMidBatch() {
+        QFETCH(QString, remote);
+        const bool interrupt = remote == u"interrupted"_s;
         test::CliRunner cli;
+        withHostileCurlrc(cli);
         test::GitRepository repo;
-        repo.commit({{u"index.html"_s, "x"}}, u"one"_s);
-        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Blog"_s, u"tested/"_s));
-        QVERIFY(m_ftp->emptyFolder(u"tested"_s));
-        TW_COMPARE_EXIT(0, cli.run({u"test"_s, u"Blog"_s}));
-        QVERIFY(QFile::exists(www(u"tested/.test"_s)));
-        const QString closedPort = QString::number(test::ServerProcess::freePort());
-        TW_COMPARE_EXIT(0, cli.run({u"edit"_s, u"Blog"_s, u"--port"_s, closedPort}));
-        TW_COMPARE_EXIT(8, cli.run({u"test"_s, u"Blog"_s}));
-        TW_COMPARE_EXIT(7, cli.run({u"test"_s, u"Nowhere"_s}));
+        for (int i = 0; i < 1500; ++i)
+            repo.write(u"f/%1/file%2.txt"_s.arg(i % 30).arg(i), QByteArray(512, 'k'));
+        repo.commitAll(u"many"_s);
+        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Site"_s, remote + u'/'));
+
+        const auto deploy = cli.start({u"deploy"_s, u"--quiet"_s});
+        // An upload batch (-T), not the single run that reads the record.
+        qint64 curl = 0;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                for (const qint64 pid : test::descendantsNamed("curl", deploy->processId())) {
+                    if (test::readFile(u"/proc/%1/cmdline"_s.arg(pid)).contains(QByteArray("\0-T\0", 4)))
+                        curl = pid;
+                }
+                return curl || deploy->state() == QProcess::NotRunning;
+            },
+            30000));
+        QVERIFY(curl);
+        ::kill(static_cast<pid_t>(interrupt ? deploy->processId() : curl), interrupt ? SIGINT : SIGKILL);
+        QVERIFY(deploy->waitForFinished(60000));
+        const QString err = QString::fromUtf8(deploy->readAllStandardError());
+        QVERIFY2(deploy->exitStatus() == QProcess::NormalExit &&
+                     deploy->exitCode() == (interrupt ? 130 : 8) &&
+                     err.contains(interrupt ? u"Interrupted"_s : u"failed"_s),
+                 qPrintable(err));
+        QCOMPARE(test::curlsTalkingTo(m_ftp->port()), QList<qint64>());
+        QVERIFY(!QFile::exists(www(remote + u"/.tarnwell"_s)));
     }
 
     // 'watch Blog' while Shop is current deploys every commit to Blog, also
@@ -192,39 +200,10 @@ private slots:
         QVERIFY(cli.sites().at(0)[u"lastDeployedCommit"_s].isNull());
     }
 
-    // A curl killed in the middle of an upload batch (no error line, a
-    // signal): what it had not finished fails.
-    void curlKilledMidBatch() {
-        test::CliRunner cli;
-        withHostileCurlrc(cli);
-        test::GitRepository repo;
-        for (int i = 0; i < 1500; ++i)
-            repo.write(u"f/%1/file%2.txt"_s.arg(i % 30).arg(i), QByteArray(512, 'k'));
-        repo.commitAll(u"many"_s);
-        TW_COMPARE_EXIT(0, cli.addFtpSite(repo, *m_ftp, u"Site"_s, u"killed/"_s));
-
-        const auto deploy = cli.start({u"deploy"_s, u"--quiet"_s});
-        // An upload batch (-T), not the single run that reads the record.
-        qint64 curl = 0;
-        QVERIFY(QTest::qWaitFor(
-            [&] {
-                for (const qint64 pid : test::descendantsNamed("curl", deploy->processId())) {
-                    if (test::readFile(u"/proc/%1/cmdline"_s.arg(pid)).contains(QByteArray("\0-T\0", 4)))
-                        curl = pid;
-                }
-                return curl || deploy->state() == QProcess::NotRunning;
-            },
-            30000));
-        QVERIFY(curl);
-        ::kill(static_cast<pid_t>(curl), SIGKILL);
-        QVERIFY(deploy->waitForFinished(60000));
-        const QString err = QString::fromUtf8(deploy->readAllStandardError());
-        QVERIFY2(deploy->exitCode() == 8 && err.contains(u"failed"_s), qPrintable(err));
-        QVERIFY(!QFile::exists(www(u"killed"_s) + u"/.tarnwell"_s));
-    }
-
     // Deployments over FTP and SFTP, a failed one and connection tests,
-    // with debug logging on.
+    // with debug logging on. 'test' answers 0 when the server takes the test
+    // file, 8 when the server cannot be reached, 7 when the site cannot be
+    // tested at all.
     void secretsAreSeenNowhere() {
         test::SshServer ssh;
         TW_REQUIRE_SERVER(ssh);
@@ -254,8 +233,12 @@ private slots:
             QVERIFY2(run.complaints(exitCode).isEmpty(),
                      qPrintable(command + u' ' + site + u": "_s + run.complaints(exitCode)));
         }
-        QVERIFY(QFile::exists(www() + u"/.tarnwell"_s));
+        QVERIFY(QFile::exists(www() + u"/.tarnwell"_s) && QFile::exists(www() + u"/.test"_s));
         QVERIFY(QFile::exists(ssh.remoteFolder() + u"/site/.tarnwell"_s));
+        const QString closedPort = QString::number(test::ServerProcess::freePort());
+        TW_COMPARE_EXIT(0, cli.run({u"edit"_s, u"Failing"_s, u"--port"_s, closedPort}));
+        TW_COMPARE_EXIT(8, cli.run({u"test"_s, u"Failing"_s}));
+        TW_COMPARE_EXIT(7, cli.run({u"test"_s, u"Nowhere"_s}));
         QVERIFY2(output.contains(u"(25)"_s), qPrintable(output)); // the failure's own words are shown
         QVERIFY2(!output.contains(test::FtpServer::password()) && !output.contains(passphrase),
                  qPrintable(output));
