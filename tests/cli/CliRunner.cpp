@@ -6,6 +6,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace tw::test {
 
 QByteArray CliResult::describe() const {
@@ -24,17 +26,15 @@ CliResult CliRunner::collect(QProcess& process) {
 }
 
 CliRunner::CliRunner()
-    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-cli-test-XXXXXX"))
+    : m_folder(QDir::tempPath() + u"/tarnwell-cli-test-XXXXXX"_s)
     , m_environment(QProcessEnvironment::systemEnvironment()) {
-    const QString config = m_folder.path() + QStringLiteral("/config");
-    const QString data = m_folder.path() + QStringLiteral("/data");
-    QDir().mkpath(config);
-    QDir().mkpath(data);
-    m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
-    m_environment.insert(QStringLiteral("XDG_DATA_HOME"), data);
-    QDir().mkpath(m_folder.path() + QStringLiteral("/tmp"));
-    m_environment.insert(QStringLiteral("TMPDIR"), m_folder.path() + QStringLiteral("/tmp"));
-    m_environment.remove(QStringLiteral("TARNWELL_VERBOSE"));
+    for (const auto& [variable, name] :
+         {std::pair(u"XDG_CONFIG_HOME"_s, u"/config"_s), std::pair(u"XDG_DATA_HOME"_s, u"/data"_s),
+          std::pair(u"TMPDIR"_s, u"/tmp"_s)}) {
+        QDir().mkpath(folder() + name);
+        m_environment.insert(variable, folder() + name);
+    }
+    m_environment.remove(u"TARNWELL_VERBOSE"_s);
 }
 
 QString CliRunner::program() const {
@@ -42,7 +42,7 @@ QString CliRunner::program() const {
 }
 
 void CliRunner::withoutDesktop() {
-    setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent/bus"));
+    setVariable(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
 }
 
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
@@ -86,29 +86,25 @@ bool CliRunner::waitForOutput(QProcess& process, QByteArray& output, const QByte
 
 CliResult CliRunner::addFtpSite(const GitRepository& repo, const FtpServer& server, const QString& name,
                                 const QString& remotePath, const QStringList& more) const {
-    return run(QStringList{QStringLiteral("add"), QStringLiteral("--name"), name, QStringLiteral("--folder"),
-                           repo.path(), QStringLiteral("--host"), FtpServer::host(), QStringLiteral("--port"),
-                           QString::number(server.port()), QStringLiteral("--user"), FtpServer::userName(),
-                           QStringLiteral("--remote-path"), remotePath, QStringLiteral("--password-stdin")} +
+    return run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--host"_s,
+                           FtpServer::host(), u"--port"_s, QString::number(server.port()), u"--user"_s,
+                           FtpServer::userName(), u"--remote-path"_s, remotePath, u"--password-stdin"_s} +
                    more,
                FtpServer::password().toUtf8() + '\n');
 }
 
 CliResult CliRunner::addSftpSite(const GitRepository& repo, const SshServer& server, const QString& name,
                                  const QString& key, const QStringList& more, const QByteArray& input) const {
-    return run(QStringList{QStringLiteral("add"), QStringLiteral("--name"), name, QStringLiteral("--folder"),
-                           repo.path(), QStringLiteral("--protocol"), QStringLiteral("SFTP"),
-                           QStringLiteral("--host"), SshServer::host(), QStringLiteral("--port"),
-                           QString::number(server.port()), QStringLiteral("--user"), SshServer::userName(),
-                           QStringLiteral("--key"), key, QStringLiteral("--remote-path"),
-                           server.remoteFolder() + QStringLiteral("/site/")} +
+    return run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--protocol"_s,
+                           u"SFTP"_s, u"--host"_s, SshServer::host(), u"--port"_s,
+                           QString::number(server.port()), u"--user"_s, SshServer::userName(), u"--key"_s,
+                           key, u"--remote-path"_s, server.remoteFolder() + u"/site/"_s} +
                    more,
                input);
 }
 
 QJsonArray CliRunner::sites() const {
-    return QJsonDocument::fromJson(run({QStringLiteral("sites"), QStringLiteral("--json")}).out.toUtf8())
-        .array();
+    return QJsonDocument::fromJson(run({u"sites"_s, u"--json"_s}).out.toUtf8()).array();
 }
 
 void CliTest::initTestCase() {

@@ -17,24 +17,12 @@ namespace {
 const QString kGitHubJob = u".github/workflows/tarnwell-deploy.yml"_s;
 const QString kGitLabJob = u".gitlab-ci.yml"_s;
 
-// The shell script a CI runner would run: the YAML literal block ("|") that
-// follows the first line 'marker' after the first line 'anchor', its lines
-// without their indentation.
+// The shell script a CI runner would run: the YAML literal block ("|") on
+// the first line 'marker' after 'anchor', the lines indented deeper.
 QString jobScript(const QString& yaml, const QString& anchor, const QString& marker) {
-    const QStringList lines = yaml.split(u'\n');
-    qsizetype at = 0;
-    for (const QString& wanted : {anchor, marker}) {
-        while (at < lines.size() && lines.at(at++).trimmed() != wanted) {
-        }
-    }
-    static const QRegularExpression text(u"\\S"_s);
-    const qsizetype markerIndent = lines.value(at - 1).indexOf(text);
-    QString script;
-    for (;
-         at < lines.size() && (lines.at(at).trimmed().isEmpty() || lines.at(at).indexOf(text) > markerIndent);
-         ++at)
-        script += lines.at(at).trimmed() + u'\n';
-    return script;
+    const QRegularExpression block(QRegularExpression::escape(anchor) + u"\\n(?:.*\\n)*?( *)"_s +
+                                   QRegularExpression::escape(marker) + u"\\n((?:\\1 .*\\n| *\\n)*)"_s);
+    return block.match(yaml).captured(2);
 }
 
 } // namespace
