@@ -37,9 +37,10 @@ void withDebugLogging(const test::CliRunner& cli) {
 
 // tarnwell-cli with the real curl and a real server, as scripts and people
 // use it over time: interrupted, testing the connection, watching a
-// repository for a site that is not the current one. Failures are shown, end
-// with exit code 8 and leave no record on the server, so the next deployment
-// sends the same files again. The password and the pass phrase are seen
+// repository for a site that is not the current one. Failures are shown (a
+// ~/.curlrc that says "silent" notwithstanding), end with exit code 8 and
+// leave no record on the server, so the next deployment sends the same files
+// again. The password and the pass phrase are seen
 // nowhere: not in the output, not in any file (debug logs included), not on
 // any command line while curl transfers; a secret store that cannot be used
 // is said so, and nothing is saved or sent as if the secret were there.
@@ -238,7 +239,6 @@ private slots:
     // read before anything connects.
     void noSecretStore() {
         test::CliRunner cli;
-        withDebugLogging(cli);
         test::CliRunner noStore;
         noStore.setEnvironment(cli.environment());
         noStore.withoutDesktop();
