@@ -1,9 +1,12 @@
 #include "CliRunner.h"
 
+#include "TestEnvironment.h"
+
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonObject>
+#include <QJsonDocument>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 namespace tw::test {
 
@@ -12,10 +15,10 @@ QByteArray CliResult::describe() const {
            out.toUtf8() + "\nstderr:\n" + err.toUtf8();
 }
 
-// Everything a stopped process printed.
-static CliResult collect(QProcess& process) {
+CliResult CliRunner::collect(QProcess& process) {
     CliResult result;
-    result.crashed = process.exitStatus() != QProcess::NormalExit;
+    result.crashed =
+        process.exitStatus() != QProcess::NormalExit || process.error() == QProcess::FailedToStart;
     result.exitCode = result.crashed ? -1 : process.exitCode();
     result.out = QString::fromUtf8(process.readAllStandardOutput());
     result.err = QString::fromUtf8(process.readAllStandardError());
@@ -23,15 +26,15 @@ static CliResult collect(QProcess& process) {
 }
 
 CliRunner::CliRunner()
-    : m_folder(QDir::tempPath() + QStringLiteral("/tarnwell-cli-test-XXXXXX"))
+    : m_folder(QDir::tempPath() + u"/tarnwell-cli-test-XXXXXX"_s)
     , m_environment(QProcessEnvironment::systemEnvironment()) {
-    const QString config = m_folder.path() + QStringLiteral("/config");
-    const QString data = m_folder.path() + QStringLiteral("/data");
-    QDir().mkpath(config);
-    QDir().mkpath(data);
-    m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), config);
-    m_environment.insert(QStringLiteral("XDG_DATA_HOME"), data);
-    m_environment.remove(QStringLiteral("TARNWELL_VERBOSE"));
+    for (const auto& [variable, name] :
+         {std::pair(u"XDG_CONFIG_HOME"_s, u"/config"_s), std::pair(u"XDG_DATA_HOME"_s, u"/data"_s),
+          std::pair(u"TMPDIR"_s, u"/tmp"_s)}) {
+        QDir().mkpath(folder() + name);
+        m_environment.insert(variable, folder() + name);
+    }
+    m_environment.remove(u"TARNWELL_VERBOSE"_s);
 }
 
 QString CliRunner::program() const {
@@ -39,10 +42,7 @@ QString CliRunner::program() const {
 }
 
 void CliRunner::withoutDesktop() {
-    setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=/nonexistent/bus"));
-    const QString temp = folder() + QStringLiteral("/tmp");
-    QDir().mkpath(temp);
-    setVariable(QStringLiteral("TMPDIR"), temp);
+    setVariable(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
 }
 
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const {
@@ -56,22 +56,13 @@ CliResult CliRunner::runProgram(const QString& program, const QStringList& argum
     process.setProcessEnvironment(environment);
     process.setWorkingDirectory(folder);
     process.start(program, arguments);
-    if (!input.isEmpty())
-        process.write(input);
+    process.write(input);
     process.closeWriteChannel();
     if (!process.waitForFinished(120000)) {
-        process.kill();
+        process.kill(); // reported as crashed
         process.waitForFinished();
-        CliResult failed = collect(process);
-        failed.crashed = true;
-        failed.err += QStringLiteral("\n(did not end: ") + process.errorString() + u')';
-        return failed;
     }
     return collect(process);
-}
-
-QJsonDocument CliRunner::json(const QStringList& arguments) const {
-    return QJsonDocument::fromJson(run(arguments).out.toUtf8());
 }
 
 std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
@@ -79,6 +70,7 @@ std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const {
     process->setProcessEnvironment(m_environment);
     process->start(program(), arguments);
     process->closeWriteChannel();
+    process->waitForStarted();
     return process;
 }
 
@@ -94,21 +86,34 @@ bool CliRunner::waitForOutput(QProcess& process, QByteArray& output, const QByte
 
 CliResult CliRunner::addFtpSite(const GitRepository& repo, const FtpServer& server, const QString& name,
                                 const QString& remotePath, const QStringList& more) const {
-    return run(QStringList{QStringLiteral("add"), QStringLiteral("--name"), name, QStringLiteral("--folder"),
-                           repo.path(), QStringLiteral("--host"), FtpServer::host(), QStringLiteral("--port"),
-                           QString::number(server.port()), QStringLiteral("--user"), FtpServer::userName(),
-                           QStringLiteral("--remote-path"), remotePath, QStringLiteral("--password-stdin")} +
+    return run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--host"_s,
+                           FtpServer::host(), u"--port"_s, QString::number(server.port()), u"--user"_s,
+                           FtpServer::userName(), u"--remote-path"_s, remotePath, u"--password-stdin"_s} +
                    more,
                FtpServer::password().toUtf8() + '\n');
 }
 
-QString CliRunner::lastDeployed(int index) const {
-    return json({QStringLiteral("sites"), QStringLiteral("--json")})
-        .array()
-        .at(index)
-        .toObject()
-        .value(QStringLiteral("lastDeployedCommit"))
-        .toString();
+CliResult CliRunner::addSftpSite(const GitRepository& repo, const SshServer& server, const QString& name,
+                                 const QString& key, const QStringList& more, const QByteArray& input) const {
+    return run(QStringList{u"add"_s, u"--name"_s, name, u"--folder"_s, repo.path(), u"--protocol"_s,
+                           u"SFTP"_s, u"--host"_s, SshServer::host(), u"--port"_s,
+                           QString::number(server.port()), u"--user"_s, SshServer::userName(), u"--key"_s,
+                           key, u"--remote-path"_s, server.remoteFolder() + u"/site/"_s} +
+                   more,
+               input);
+}
+
+QJsonArray CliRunner::sites() const {
+    return QJsonDocument::fromJson(run({u"sites"_s, u"--json"_s}).out.toUtf8()).array();
+}
+
+void CliTest::initTestCase() {
+    TestEnvironment::isolate();
+    m_ftp = std::make_unique<FtpServer>();
+}
+
+void CliTest::init() {
+    TW_REQUIRE_SERVER(*m_ftp);
 }
 
 } // namespace tw::test

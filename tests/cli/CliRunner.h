@@ -2,9 +2,11 @@
 
 #include "FtpServer.h"
 #include "GitRepository.h"
+#include "SshServer.h"
 
 #include <QByteArray>
-#include <QJsonDocument>
+#include <QJsonArray>
+#include <QObject>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -26,7 +28,8 @@ struct CliResult {
 };
 
 // Runs the built tarnwell-cli like a script would: no terminal, standard
-// input given or empty, its own preferences and logs in a temporary folder
+// input given or empty, its own preferences, logs and temporary files
+// (TMPDIR is folder() + "/tmp") in a temporary folder
 // (the person's home stays out of it; the bus and keyring are the test's).
 class CliRunner {
 public:
@@ -38,8 +41,7 @@ public:
     QProcessEnvironment environment() const { return m_environment; }
     void setEnvironment(const QProcessEnvironment& environment) { m_environment = environment; }
     void setVariable(const QString& name, const QString& value) { m_environment.insert(name, value); }
-    // As in a CI job: no session bus to reach (so no secret store), and a
-    // temporary folder of its own, folder() + "/tmp".
+    // As in a CI job: no session bus to reach, so no secret store.
     void withoutDesktop();
 
     CliResult run(const QStringList& arguments, const QByteArray& input = QByteArray()) const;
@@ -48,8 +50,8 @@ public:
     static CliResult runProgram(const QString& program, const QStringList& arguments,
                                 const QProcessEnvironment& environment, const QString& folder = QString(),
                                 const QByteArray& input = QByteArray());
-    // Standard output of a --json command.
-    QJsonDocument json(const QStringList& arguments) const;
+    // Everything a stopped process printed, and how it ended.
+    static CliResult collect(QProcess& process);
     // Starts the command in the background.
     std::unique_ptr<QProcess> start(const QStringList& arguments) const;
     // Waits until the process has printed the text on standard output, which
@@ -60,12 +62,42 @@ public:
     CliResult addFtpSite(const GitRepository& repo, const FtpServer& server, const QString& name,
                          const QString& remotePath = QStringLiteral("www/"),
                          const QStringList& more = QStringList()) const;
-    // The last deployed commit 'sites --json' gives for the site at index.
-    QString lastDeployed(int index = 0) const;
+    // 'add' of a site on the SSH server, below its remote folder's "site/",
+    // logging in with the key.
+    CliResult addSftpSite(const GitRepository& repo, const SshServer& server, const QString& name,
+                          const QString& key, const QStringList& more = QStringList(),
+                          const QByteArray& input = QByteArray()) const;
+    // The stored sites, as 'sites --json' gives them.
+    QJsonArray sites() const;
 
 private:
     QTemporaryDir m_folder;
     QProcessEnvironment m_environment;
 };
 
+// The test programs' base: an isolated home and one FTP server for all of
+// their functions, which need it running.
+class CliTest : public QObject {
+    Q_OBJECT
+
+protected:
+    std::unique_ptr<FtpServer> m_ftp;
+
+    QString www(const QString& folder = QStringLiteral("www")) const {
+        return m_ftp->homeFolder() + u'/' + folder;
+    }
+
+private slots:
+    void initTestCase();
+    void init();
+};
+
 } // namespace tw::test
+
+// Fails the test function unless the command (a CliResult) ended with the
+// exit code.
+#define TW_COMPARE_EXIT(code, ...)                                                                           \
+    do {                                                                                                     \
+        const tw::test::CliResult& twResult = (__VA_ARGS__);                                                 \
+        QVERIFY2(twResult.exitCode == (code), twResult.describe().constData());                              \
+    } while (false)

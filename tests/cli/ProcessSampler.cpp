@@ -6,22 +6,6 @@
 
 namespace tw::test {
 
-// Only the command and its children: other programs on this machine (other
-// tests) may use the same server's password.
-bool ProcessSampler::sample(qint64 ancestor, QStringList* leaks) const {
-    bool curl = false;
-    for (const ProcessEntry& process : QList<ProcessEntry>{{ancestor, {}}} + descendants(ancestor)) {
-        QByteArray commandLine = readFile(QStringLiteral("/proc/%1/cmdline").arg(process.pid));
-        for (const QByteArray& secret : m_secrets) {
-            if (commandLine.contains(secret))
-                leaks->append(QString::fromUtf8(commandLine.replace('\0', ' ')));
-        }
-        if (process.name == "curl")
-            curl = true;
-    }
-    return curl;
-}
-
 QString ProcessSampler::Run::complaints(int exitCode) const {
     QString text;
     if (result.exitCode != exitCode)
@@ -36,33 +20,32 @@ QString ProcessSampler::Run::complaints(int exitCode) const {
 ProcessSampler::Run ProcessSampler::run(const CliRunner& cli, const QStringList& arguments,
                                         const Each& each) const {
     Run run;
-    QProcess command;
-    command.setProcessEnvironment(cli.environment());
-    command.start(cli.program(), arguments);
-    command.closeWriteChannel();
-    if (!command.waitForStarted()) {
-        run.result.crashed = true;
-        run.result.err = command.errorString();
-        return run;
-    }
+    const std::unique_ptr<QProcess> command = cli.start(arguments);
     QElapsedTimer elapsed;
     elapsed.start();
-    while (command.state() != QProcess::NotRunning && elapsed.elapsed() < 120000) {
-        if (sample(command.processId(), &run.leaks))
-            ++run.curlSamples;
+    while (command->state() == QProcess::Running && elapsed.elapsed() < 120000) {
+        // Only the command and its children: other programs on this machine
+        // (other tests) may use the same server's password.
+        const qint64 pid = command->processId();
+        bool curl = false;
+        for (const ProcessEntry& process : QList<ProcessEntry>{{pid, {}}} + descendants(pid)) {
+            QByteArray commandLine = readFile(QStringLiteral("/proc/%1/cmdline").arg(process.pid));
+            for (const QByteArray& secret : m_secrets) {
+                if (commandLine.contains(secret))
+                    run.leaks.append(QString::fromUtf8(commandLine.replace('\0', ' ')));
+            }
+            curl = curl || process.name == "curl";
+        }
+        run.curlSamples += curl ? 1 : 0;
         if (each)
-            each(command);
-        command.waitForFinished(2);
+            each(*command);
+        command->waitForFinished(2);
     }
-    if (command.state() != QProcess::NotRunning) {
-        command.kill();
-        command.waitForFinished();
-        run.result.err = QStringLiteral("(did not end)\n");
+    if (command->state() != QProcess::NotRunning) {
+        command->kill(); // reported as crashed
+        command->waitForFinished();
     }
-    run.result.crashed = command.exitStatus() != QProcess::NormalExit;
-    run.result.exitCode = run.result.crashed ? -1 : command.exitCode();
-    run.result.out = QString::fromUtf8(command.readAllStandardOutput());
-    run.result.err += QString::fromUtf8(command.readAllStandardError());
+    run.result = CliRunner::collect(*command);
     return run;
 }
 

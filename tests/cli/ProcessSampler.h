@@ -36,11 +36,6 @@ public:
 
     Run run(const CliRunner& cli, const QStringList& arguments, const Each& each = nullptr) const;
 
-    // One look at /proc: adds the command lines of ancestor and its
-    // descendants that hold a secret to leaks; answers whether a curl
-    // descended from ancestor runs.
-    bool sample(qint64 ancestor, QStringList* leaks) const;
-
 private:
     QByteArrayList m_secrets;
 };
