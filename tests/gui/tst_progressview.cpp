@@ -95,7 +95,6 @@ private slots:
         QCOMPARE(sheet->progressBar()->value(), 100);
         NotificationHub::instance().postUploadComplete();
         QVERIFY(!sheet->isPresented());
-        sheet->deployFinished();
         sheet->present();
         QCOMPARE(sheet->countLabel()->text(), u"Preparing\u2026"_s);
     }
@@ -122,9 +121,7 @@ private slots:
         std::unique_ptr<ProgressViewController> sheet(presentSheet());
         sheet->setDelegate(&delegate);
         QTest::mouseClick(sheet->abortButton(), Qt::LeftButton);
-        QCOMPARE(delegate.aborts, 1);
         QVERIFY(!sheet->isPresented());
-
         sheet->present();
         QTest::keyClick(sheet.get(), Qt::Key_Escape);
         QVERIFY(sheet->isPresented());

@@ -142,34 +142,6 @@ private slots:
         QVERIFY(!untouched.isVisible());
         QCOMPARE(interaction.alerts.size(), 2);
     }
-
-    // The editor is as tall as what it shows, problem lines and SFTP rows
-    // included, and never taller than the screen.
-    void tallAsItsContent() {
-        test::ScriptedInteraction interaction;
-        SiteEditorDialog editor(nullptr, interaction);
-        editor.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&editor));
-        const int screenHeight = editor.screen()->availableGeometry().height();
-        for (const QString& protocol : {u"FTP"_s, u"SFTP"_s}) {
-            editor.protocolField()->setCurrentText(protocol);
-            editor.sshKeyField()->setText(u"/no/such/key"_s);
-            editor.portField()->setText(u"0"_s);
-            for (int tab = 0; tab < editor.tabs()->count(); ++tab) {
-                editor.validate();
-                editor.tabs()->setCurrentIndex(tab);
-                auto* area = qobject_cast<QScrollArea*>(editor.tabs()->currentWidget());
-                QVERIFY(area);
-                const QString where = u"%1, tab %2"_s.arg(protocol).arg(tab);
-                const bool full = editor.frameGeometry().height() >= screenHeight;
-                QTRY_VERIFY2(full || area->viewport()->height() >=
-                                         area->widget()->heightForWidth(area->viewport()->width()),
-                             qPrintable(where));
-                QVERIFY2(full || editor.height() >= editor.sizeHint().height(), qPrintable(where));
-                QVERIFY2(editor.frameGeometry().height() <= screenHeight, qPrintable(where));
-            }
-        }
-    }
 };
 
 // A password the store does not take is never saved as if it were: the

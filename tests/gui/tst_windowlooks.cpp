@@ -137,30 +137,6 @@ private slots:
         QVERIFY(QFontMetrics(font).horizontalAdvance(shown) < width);
     }
 
-    // About names the versions of Qt, git and curl, without waiting for git
-    // and curl to answer.
-    void aboutNamesTheVersions() {
-        QTemporaryDir tools;
-        for (const auto& [name, answer, delay] : {std::tuple{u"git"_s, u"git version 9.8.7"_s, 2},
-                                                  std::tuple{u"curl"_s, u"curl 9.9.1 libcurl/9.9.1"_s, 0}}) {
-            const QString path = tools.filePath(name);
-            QVERIFY(
-                test::writeFile(path, u"#!/bin/sh\nsleep %1\necho '%2'\n"_s.arg(delay).arg(answer).toUtf8()));
-            QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        }
-        ToolPaths::setToolsDirectory(tools.path());
-        QElapsedTimer clock;
-        clock.start();
-        AboutBox::show(nullptr);
-        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
-        QMessageBox* box = test::openAlert();
-        QVERIFY(box && box->text().contains(u"Qt "_s + QString::fromLatin1(qVersion())));
-        QTRY_VERIFY_WITH_TIMEOUT(box->text().contains(u"git version 9.8.7"_s), 15000);
-        QVERIFY2(box->text().contains(u"curl 9.9.1"_s), qPrintable(box->text()));
-        box->close();
-        ToolPaths::setToolsDirectory(std::nullopt);
-    }
-
     // Escape in the script editor asks before changes go; Cancel, the
     // default, keeps them.
     void scriptEditorAsksBeforeEscape() {
