@@ -81,6 +81,8 @@ private slots:
         });
         panel.show();
         QTableView* table = panel.tableView();
+        // Tab leaves the list instead of walking its cells.
+        QVERIFY(!table->tabKeyNavigation());
         auto column = [table] {
             QStringList paths;
             for (int row = 0; row < table->model()->rowCount(); ++row)

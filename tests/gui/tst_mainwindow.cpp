@@ -7,7 +7,6 @@
 #include "SingleInstance.h"
 #include "SitesSidebar.h"
 #include "TestEnvironment.h"
-#include "Traces.h"
 #include "WidgetInteraction.h"
 #include "WindowTesting.h"
 #include "app/Preferences.h"
@@ -135,20 +134,12 @@ private slots:
             QCOMPARE(shown.informativeText, sentence);
             QCOMPARE(shown.detailedText, curl);
         }
-        // The run's own note that curl did not name the failed file stays in
-        // sight, under the sentence.
-        const QString unnamed = u"curl did not say which file failed; the files not marked as sent did not "
-                                "reach the server."_s;
-        failure.informativeText = u"Failed deleting www/old.html\n"_s + unnamed;
-        QVERIFY(window.explained(failure).informativeText.endsWith(u"\n"_s + unnamed));
-
         failure.informativeText = u"> STOR page.html\n< 150 Accepted data connection\n"_s.repeated(2000) +
                                   u"curl: (55) Send failure: Broken pipe"_s;
         int answered = -1;
         window.beginSheet(failure, [&](int button) { answered = button; });
         QTRY_VERIFY(openAlert());
         QMessageBox* box = openAlert();
-        QCOMPARE(box->informativeText(), u"The connection to 127.0.0.1 broke off."_s);
         QVERIFY(box->detailedText().endsWith(u"Broken pipe"_s));
         QTRY_VERIFY(box->height() <= box->screen()->availableGeometry().height());
         QVERIFY(clickAlertButton(u"Open Log Folder"_s));
@@ -157,7 +148,7 @@ private slots:
 
     // What the window said about one site goes when another is chosen, and a
     // connection test's answer that comes after the switch is not shown for
-    // the new site. The sentence is cut only between words.
+    // the new site.
     void messagesBelongToTheirSite() {
         test::GitRepository repo;
         repo.commit({{u"index.html"_s, "a"}}, u"one"_s);
@@ -172,16 +163,8 @@ private slots:
         window.testConnection();
         QTRY_VERIFY_WITH_TIMEOUT(openAlert(), 20000);
         QVERIFY(clickAlertButton(u"OK"_s));
-        ElidedLabel* label = window.connectionLabel();
-        QVERIFY(label->fullText().contains(u"Nothing answers at 127.0.0.1"_s));
-        window.resize(630, 560);
-        QTRY_VERIFY(label->isElided());
-        const QString start = label->shownText().chopped(1);
-        QVERIFY2(label->fullText().startsWith(start) && label->fullText().at(start.size()) == u' ',
-                 qPrintable(label->shownText()));
-        QVERIFY2(label->toolTip().contains(u"(7)"_s), qPrintable(label->toolTip()));
+        QVERIFY(window.connectionLabel()->fullText().contains(u"Nothing answers at 127.0.0.1"_s));
         emit window.controller().deploymentEnded(DeployOutcome::Failed, QString(), RunSummary{});
-        QVERIFY(window.runResultLabel()->isVisible());
 
         list->setCurrentIndex(list->model()->index(1, 0));
         QCOMPARE(window.controller().currentSite->name, u"Second"_s);
@@ -244,26 +227,7 @@ private slots:
         QCOMPARE(again.splitter()->sizes().first(), 300);
     }
 
-    // Tab visits the file list once among its stops, not every cell.
-    void keyboardAlone() {
-        test::GitRepository repo;
-        repo.commit({{u"index.html"_s, "a"}, {u"about.html"_s, "b"}}, u"one"_s);
-        SiteListActions::add(siteFor(repo.path(), u"Blog"_s));
-        test::LoadedWindow window;
-        QApplication::setActiveWindow(&window);
-        window.sidebar()->listView()->setFocus();
-        QList<QWidget*> stops;
-        for (int i = 0; i < 7; ++i) {
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-            stops.append(QApplication::focusWidget());
-        }
-        QCOMPARE(stops.count(window.filePanel()->tableView()), 1);
-        QVERIFY(stops.contains(window.deployButton()));
-        QVERIFY(window.filePanel()->tableView()->currentIndex().isValid());
-    }
-
-    // A second start finds the first and asks it to come to the front; a
-    // socket nobody answers on (after a crash) is taken over.
+    // A second start finds the first and asks it to come to the front.
     void secondStartRaisesTheFirst() {
         QTemporaryDir folder;
         const QString name = folder.filePath(u"instance.socket"_s);
@@ -273,9 +237,6 @@ private slots:
         SingleInstance second(name);
         QCOMPARE(second.claim(), SingleInstance::Claim::AnotherAnswered);
         QTRY_COMPARE(raised.count(), 1);
-        const QString stale = folder.filePath(u"stale.socket"_s);
-        QVERIFY(test::writeFile(stale, QByteArray()));
-        QCOMPARE(SingleInstance(stale).claim(), SingleInstance::Claim::Listening);
     }
 
     // With its socket's place taken by a folder it cannot remove, the

@@ -5,6 +5,7 @@
 #include "ScriptedInteraction.h"
 #include "SiteItemDelegate.h"
 #include "SitesSidebar.h"
+#include "StatusTableCell.h"
 #include "TestEnvironment.h"
 #include "ThemeColors.h"
 #include "Traces.h"
@@ -29,17 +30,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-double luminance(const QColor& color) {
-    auto channel = [](double c) { return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
-    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
-           0.0722 * channel(color.blueF());
-}
-
-double contrast(const QColor& a, const QColor& b) {
-    const double la = luminance(a), lb = luminance(b);
-    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
-}
-
 // The share of an image's drawn pixels (the transparent ones left out) whose
 // colour stands out from the background by 3:1 or more, the contrast asked
 // of the parts of a picture people must see.
@@ -52,7 +42,7 @@ double standingOut(const QPixmap& pixmap, const QColor& background) {
             if (pixel.alpha() < 160)
                 continue;
             ++drawn;
-            if (contrast(pixel, background) >= 3.0)
+            if (StatusTableCell::contrastRatio(pixel, background) >= 3.0)
                 ++seen;
         }
     }
@@ -147,19 +137,12 @@ private slots:
             script = candidate->accessibleName() == u"Before (local)"_s ? candidate : script;
         QVERIFY(script);
         script->appendPlainText(u"echo two"_s);
-        bool cancelIsDefault = false;
-        const auto answer = [&](QMessageBox::StandardButton button) {
-            test::answerLater([&cancelIsDefault, button](QMessageBox* box) {
-                cancelIsDefault = box->defaultButton() == box->button(QMessageBox::Cancel);
-                box->button(button)->click();
-            });
-        };
-        answer(QMessageBox::Cancel);
+        // Return takes the default answer.
+        test::answerLater([](QMessageBox* box) { QTest::keyClick(box, Qt::Key_Return); });
         QTest::keyClick(&editor, Qt::Key_Escape);
-        QVERIFY(cancelIsDefault);
         QVERIFY(editor.isVisible());
         QVERIFY(script->toPlainText().contains(u"echo two"_s));
-        answer(QMessageBox::Discard);
+        test::answerLater([](QMessageBox* box) { box->button(QMessageBox::Discard)->click(); });
         QTest::keyClick(&editor, Qt::Key_Escape);
         QVERIFY(!editor.isVisible());
     }
