@@ -20,12 +20,9 @@ public:
     void abortDeploy() override { ++aborts; }
 };
 
-// What the sheet shows, in one word per bar.
+// The sheet shows the bar of the files, not the indeterminate one.
 bool showsDeterminate(const ProgressViewController& sheet) {
     return !sheet.progressBar()->isHidden() && sheet.preProgressBar()->isHidden();
-}
-bool showsIndeterminate(const ProgressViewController& sheet) {
-    return sheet.progressBar()->isHidden() && !sheet.preProgressBar()->isHidden();
 }
 
 const QString waiting = u"Waiting for server to respond\u2026"_s;
@@ -37,11 +34,11 @@ const QString waiting = u"Waiting for server to respond\u2026"_s;
 class TestProgressView : public QObject {
     Q_OBJECT
 
-    QMainWindow* m_window = nullptr;
+    QMainWindow m_window;
     double m_now = 1000.0;
 
     ProgressViewController* presentSheet() {
-        auto* sheet = new ProgressViewController(m_window);
+        auto* sheet = new ProgressViewController(&m_window);
         sheet->setAttribute(Qt::WA_DeleteOnClose, false);
         sheet->setClock([this] { return m_now; });
         sheet->setStallTimerInterval(20);
@@ -52,24 +49,22 @@ class TestProgressView : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_window = new QMainWindow;
-        m_window->resize(600, 400);
-        m_window->show();
+        m_window.resize(600, 400);
+        m_window.show();
     }
-    void cleanupTestCase() { delete m_window; }
     void init() { m_now = 1000.0; }
 
     // No progress for more than five seconds: the next tick shows the
     // notice; the next progress brings the bar back.
     void stallNotice() {
         std::unique_ptr<ProgressViewController> sheet(presentSheet());
-        QTRY_VERIFY(showsIndeterminate(*sheet));
+        QTRY_VERIFY(!showsDeterminate(*sheet));
         NotificationHub::instance().postRemainingStatus(3, 4);
         NotificationHub::instance().postCurrentFile(u"css/site.css"_s);
         QVERIFY(showsDeterminate(*sheet));
         m_now += 5.01;
         QTRY_COMPARE(sheet->currentFileTextField()->text(), waiting);
-        QVERIFY(showsIndeterminate(*sheet));
+        QVERIFY(!showsDeterminate(*sheet));
         // A current-file report is no progress: the notice comes back.
         NotificationHub::instance().postCurrentFile(u"index.html"_s);
         QTRY_COMPARE(sheet->currentFileTextField()->text(), waiting);
