@@ -56,8 +56,6 @@ private slots:
         QCOMPARE(changes.size(), 1);
         QCOMPARE(changes.at(0).at(0).toModelIndex(), model.index(9000, FileTableModel::StatusColumn));
         QCOMPARE(changes.at(0).at(1).toModelIndex(), model.index(9000, FileTableModel::StatusColumn));
-        QVERIFY(model.setData(model.index(1, FileTableModel::UploadColumn), Qt::Checked, Qt::CheckStateRole));
-        QVERIFY(files->at(1)->willUpload);
         files.reset();
         model.reload();
         QCOMPARE(model.rowCount(), 0);
