@@ -1,7 +1,6 @@
 #pragma once
 
 #include "MainWindow.h"
-#include "SiteEditorDialog.h"
 #include "model/Site.h"
 
 #include <QAbstractButton>
@@ -32,15 +31,6 @@ inline SitePtr siteFor(const QString& folder, const QString& name) {
     site->username = QStringLiteral("user");
     site->deployBranch = QStringLiteral("main");
     return site;
-}
-
-// Fills the site editor with a valid FTP site of the repository, no password.
-inline bool fillValid(SiteEditorDialog& editor, const QString& repository) {
-    editor.nameField()->setText(QStringLiteral("Blog"));
-    editor.hostField()->setText(QStringLiteral("ftp.example.org"));
-    editor.usernameField()->setText(QStringLiteral("bob"));
-    editor.remotePathField()->setText(QStringLiteral("/www"));
-    return editor.setRepositoryFolder(repository);
 }
 
 // The alert box that is open now, if any.

@@ -4,7 +4,6 @@
 #include "ScriptEditorDialog.h"
 #include "ScriptedInteraction.h"
 #include "SiteEditorDialog.h"
-#include "SitesSidebar.h"
 #include "TestEnvironment.h"
 #include "WindowTesting.h"
 #include "model/SiteListActions.h"
@@ -23,44 +22,40 @@
 #include <QTextEdit>
 #include <QToolButton>
 
+#include <algorithm>
+
 using namespace tw;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-// Widgets a screen reader reaches as one input: fields, lists, and buttons
-// that show only an icon. The parts Qt builds inside them (a combo box's
-// line edit, scroll bars, headers, a tab bar's arrows) are not walked.
-bool isInput(const QWidget* widget) {
-    // Qt's own extension buttons of menu and tool bars.
-    if (widget->objectName().startsWith(u"qt_"_s))
-        return false;
-    if (qobject_cast<const QScrollBar*>(widget) || qobject_cast<const QHeaderView*>(widget))
-        return false;
-    if (const auto* button = qobject_cast<const QToolButton*>(widget))
-        return button->toolButtonStyle() == Qt::ToolButtonIconOnly || button->text().isEmpty();
-    return qobject_cast<const QLineEdit*>(widget) || qobject_cast<const QComboBox*>(widget) ||
-           qobject_cast<const QAbstractItemView*>(widget) || qobject_cast<const QAbstractSpinBox*>(widget) ||
-           qobject_cast<const QPlainTextEdit*>(widget) || qobject_cast<const QTextEdit*>(widget) ||
-           qobject_cast<const QAbstractSlider*>(widget);
+bool isAny(const QWidget* widget, std::initializer_list<const char*> classes) {
+    return std::ranges::any_of(classes, [widget](const char* name) { return widget->inherits(name); });
 }
 
-bool isInsideAnInput(const QWidget* widget, const QWidget* top) {
+// Widgets a screen reader reaches as one input: fields, lists, and buttons
+// that show only an icon. Qt's own parts (scroll bars, headers, the
+// extension buttons of tool bars) and the parts Qt builds inside an input
+// (a combo box's line edit, a tab bar's arrows) are not walked.
+bool isInput(const QWidget* widget, const QWidget* top) {
+    if (widget->objectName().startsWith(u"qt_"_s) || isAny(widget, {"QScrollBar", "QHeaderView"}))
+        return false;
     for (const QWidget* parent = widget->parentWidget(); parent && parent != top;
          parent = parent->parentWidget()) {
-        if (qobject_cast<const QComboBox*>(parent) || qobject_cast<const QAbstractSpinBox*>(parent) ||
-            qobject_cast<const QTabBar*>(parent) || qobject_cast<const QAbstractItemView*>(parent) ||
-            qobject_cast<const QLineEdit*>(parent))
-            return true;
+        if (isAny(parent, {"QComboBox", "QAbstractSpinBox", "QTabBar", "QAbstractItemView", "QLineEdit"}))
+            return false;
     }
-    return false;
+    if (const auto* button = qobject_cast<const QToolButton*>(widget))
+        return button->toolButtonStyle() == Qt::ToolButtonIconOnly || button->text().isEmpty();
+    return isAny(widget, {"QLineEdit", "QComboBox", "QAbstractItemView", "QAbstractSpinBox", "QPlainTextEdit",
+                          "QTextEdit", "QAbstractSlider"});
 }
 
 // The inputs under top that a screen reader would announce without a name.
 QStringList unnamedInputs(QWidget* top) {
     QStringList unnamed;
     for (QWidget* widget : top->findChildren<QWidget*>()) {
-        if (!isInput(widget) || isInsideAnInput(widget, top))
+        if (!isInput(widget, top))
             continue;
         QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
         const QString name = accessible ? accessible->text(QAccessible::Name).trimmed() : QString();
@@ -74,7 +69,7 @@ QStringList unnamedInputs(QWidget* top) {
 } // namespace
 
 // Every field, list and icon button of every window has a name a screen
-// reader can say; the sidebar's buttons have the names people expect.
+// reader can say.
 class TestAccessibility : public QObject {
     Q_OBJECT
 
@@ -89,23 +84,13 @@ private slots:
         SiteListActions::add(site);
 
         test::LoadedWindow window;
-        QVERIFY(window.isShowingFiles());
-        QCOMPARE(unnamedInputs(&window), QStringList());
-        QCOMPARE(window.sidebar()->addButton()->accessibleName(), u"Add site"_s);
-        QCOMPARE(window.sidebar()->removeButton()->accessibleName(), u"Remove site"_s);
-
         test::ScriptedInteraction interaction;
         SiteEditorDialog editor(site, interaction);
-        QCOMPARE(unnamedInputs(&editor), QStringList());
-        QCOMPARE(editor.hostField()->accessibleName(), u"Host"_s);
-        QCOMPARE(editor.portField()->accessibleName(), u"Port"_s);
-
         ScriptEditorDialog scripts(site);
-        QCOMPARE(unnamedInputs(&scripts), QStringList());
         PreferencesDialog preferences;
-        QCOMPARE(unnamedInputs(&preferences), QStringList());
         ProgressViewController sheet;
-        QCOMPARE(unnamedInputs(&sheet), QStringList());
+        for (QWidget* top : std::initializer_list<QWidget*>{&window, &editor, &scripts, &preferences, &sheet})
+            QCOMPARE(unnamedInputs(top), QStringList());
     }
 };
 

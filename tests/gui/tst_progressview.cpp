@@ -20,12 +20,9 @@ public:
     void abortDeploy() override { ++aborts; }
 };
 
-// What the sheet shows, in one word per bar.
+// The sheet shows the bar of the files, not the indeterminate one.
 bool showsDeterminate(const ProgressViewController& sheet) {
     return !sheet.progressBar()->isHidden() && sheet.preProgressBar()->isHidden();
-}
-bool showsIndeterminate(const ProgressViewController& sheet) {
-    return sheet.progressBar()->isHidden() && !sheet.preProgressBar()->isHidden();
 }
 
 const QString waiting = u"Waiting for server to respond\u2026"_s;
@@ -37,11 +34,11 @@ const QString waiting = u"Waiting for server to respond\u2026"_s;
 class TestProgressView : public QObject {
     Q_OBJECT
 
-    QMainWindow* m_window = nullptr;
+    QMainWindow m_window;
     double m_now = 1000.0;
 
     ProgressViewController* presentSheet() {
-        auto* sheet = new ProgressViewController(m_window);
+        auto* sheet = new ProgressViewController(&m_window);
         sheet->setAttribute(Qt::WA_DeleteOnClose, false);
         sheet->setClock([this] { return m_now; });
         sheet->setStallTimerInterval(20);
@@ -52,88 +49,48 @@ class TestProgressView : public QObject {
 private slots:
     void initTestCase() {
         test::TestEnvironment::isolate();
-        m_window = new QMainWindow;
-        m_window->resize(600, 400);
-        m_window->show();
+        m_window.resize(600, 400);
+        m_window.show();
     }
-    void cleanupTestCase() { delete m_window; }
     void init() { m_now = 1000.0; }
 
-    // No progress for more than five seconds: the next tick shows the notice;
-    // five seconds exactly are not enough. The next progress brings the bar
-    // back.
-    void stallNoticeAtTheFirstTickAfterFiveSeconds() {
+    // No progress for more than five seconds: the next tick shows the
+    // notice; the next progress brings the bar back.
+    void stallNotice() {
         std::unique_ptr<ProgressViewController> sheet(presentSheet());
-        QTRY_VERIFY(showsIndeterminate(*sheet));
+        QTRY_VERIFY(!showsDeterminate(*sheet));
         NotificationHub::instance().postRemainingStatus(3, 4);
-        QVERIFY(showsDeterminate(*sheet));
-        QCOMPARE(sheet->textField()->text(), u"Deploying files..."_s);
         NotificationHub::instance().postCurrentFile(u"css/site.css"_s);
-
-        m_now += 5.0;
-        const int ticks = sheet->timerTicks();
-        QTRY_VERIFY(sheet->timerTicks() >= ticks + 3);
         QVERIFY(showsDeterminate(*sheet));
-        QCOMPARE(sheet->currentFileTextField()->text(), u"css/site.css"_s);
-
-        m_now += 0.01;
+        m_now += 5.01;
         QTRY_COMPARE(sheet->currentFileTextField()->text(), waiting);
-        QVERIFY(showsIndeterminate(*sheet));
-        QCOMPARE(sheet->textField()->text(), u"Deploying..."_s);
-
+        QVERIFY(!showsDeterminate(*sheet));
         // A current-file report is no progress: the notice comes back.
         NotificationHub::instance().postCurrentFile(u"index.html"_s);
         QTRY_COMPARE(sheet->currentFileTextField()->text(), waiting);
-
         NotificationHub::instance().postRemainingStatus(1, 4);
         QVERIFY(showsDeterminate(*sheet));
-        QCOMPARE(sheet->lastUpdate(), m_now);
-        QCOMPARE(sheet->progressValue(), 75.0);
     }
 
-    void uploadCompleteFillsTheBarAndCloses() {
-        std::unique_ptr<ProgressViewController> sheet(presentSheet());
-        QTRY_VERIFY(showsIndeterminate(*sheet));
-        NotificationHub::instance().postRemainingStatus(1, 2);
-        NotificationHub::instance().postCurrentFile(u"a.html"_s);
-        NotificationHub::instance().postUploadComplete();
-        QCOMPARE(sheet->progressValue(), 10000.0);
-        QCOMPARE(sheet->progressBar()->value(), 100);
-        QVERIFY(sheet->currentFileTextField()->text().isEmpty());
-        QVERIFY(!sheet->isPresented());
-        // A closed sheet takes a second finish without harm.
-        sheet->deployFinished();
-        QVERIFY(!sheet->isPresented());
-    }
-
-    // The count of files moves the bar one file at a time, and the bar and
-    // the count agree whatever the remaining-files notice says.
+    // The count of files moves the bar one file at a time, whatever a late
+    // remaining-files notice says; the finish fills it and closes the sheet.
     void countOfFilesDrivesTheBar() {
         std::unique_ptr<ProgressViewController> sheet(presentSheet());
-        QCOMPARE(sheet->countLabel()->text(), u"Preparing\u2026"_s);
-        sheet->setFileCount(0, 4);
-        QCOMPARE(sheet->countLabel()->text(), u"0 of 4 files \u00b7 0 %"_s);
-        QCOMPARE(sheet->progressBar()->value(), 0);
-        for (int done = 1; done <= 4; ++done) {
+        for (int done = 0; done <= 4; ++done) {
             sheet->setFileCount(done, 4);
-            QVERIFY(showsDeterminate(*sheet));
+            QCOMPARE(sheet->countLabel()->text(), u"%1 of 4 files \u00b7 %2 %"_s.arg(done).arg(done * 25));
             QCOMPARE(sheet->progressBar()->value(), done * 25);
         }
-        QCOMPARE(sheet->countLabel()->text(), u"4 of 4 files \u00b7 100 %"_s);
-        // A late notice counting otherwise leaves the bar with the files.
-        sheet->setFileCount(1, 4);
-        NotificationHub::instance().postRemainingStatus(3, 4);
-        QCOMPARE(sheet->progressValue(), 25.0);
-        sheet->setFileCount(4, 4);
         NotificationHub::instance().postRemainingStatus(3, 4);
         QCOMPARE(sheet->progressBar()->value(), 100);
-        // A new run starts from nothing.
-        sheet->deployFinished();
+        NotificationHub::instance().postUploadComplete();
+        QVERIFY(!sheet->isPresented());
         sheet->present();
         QCOMPARE(sheet->countLabel()->text(), u"Preparing\u2026"_s);
     }
 
-    // What the window says after a run.
+    // After a run the window says how many files reached the server, whether
+    // the record was written and how many unchecked files wait.
     void messagesAfterARun() {
         RunSummary summary;
         summary.total = 10;
@@ -141,45 +98,25 @@ private slots:
         QCOMPARE(RunMessages::afterRun(DeployOutcome::Aborted, summary),
                  u"Deployment aborted. 3 of 10 files reached the server. The deployment record was not "
                  "written: the next deployment sends these files again."_s);
-        summary.done = 0;
-        QVERIFY(
-            RunMessages::afterRun(DeployOutcome::Failed, summary).contains(u"No file reached the server."_s));
         summary.done = 10;
         summary.recordWritten = true;
         summary.waiting = 2;
-        const QString deployed = RunMessages::afterRun(DeployOutcome::Deployed, summary);
-        QCOMPARE(deployed,
-                 u"Deployed: 10 files reached the server. 2 unchecked files wait for a later deployment."_s);
-        QVERIFY(!deployed.contains(u"Good work"_s));
-        summary.total = 1;
-        summary.waiting = 1;
         QCOMPARE(RunMessages::afterRun(DeployOutcome::Deployed, summary),
-                 u"Deployed: 1 file reached the server. 1 unchecked file waits for a later deployment."_s);
-        QVERIFY(RunMessages::afterRun(DeployOutcome::Cancelled, summary).isEmpty());
+                 u"Deployed: 10 files reached the server. 2 unchecked files wait for a later deployment."_s);
     }
 
+    // Abort and closing the sheet abort; Escape does nothing.
     void abortTellsTheDelegateAndCloses() {
         AbortCounter delegate;
         std::unique_ptr<ProgressViewController> sheet(presentSheet());
         sheet->setDelegate(&delegate);
         QTest::mouseClick(sheet->abortButton(), Qt::LeftButton);
-        QCOMPARE(delegate.aborts, 1);
         QVERIFY(!sheet->isPresented());
-
-        // Without a delegate (the controller is gone) the sheet still closes.
-        std::unique_ptr<ProgressViewController> second(presentSheet());
-        second->abortButtonPressed();
-        QVERIFY(!second->isPresented());
-
-        // Closing the window is an abort, Escape is nothing.
-        std::unique_ptr<ProgressViewController> third(presentSheet());
-        third->setDelegate(&delegate);
-        QTest::keyClick(third.get(), Qt::Key_Escape);
-        QVERIFY(third->isPresented());
-        // Accepted, so quitting the application is not held up.
-        QVERIFY(third->close());
+        sheet->present();
+        QTest::keyClick(sheet.get(), Qt::Key_Escape);
+        QVERIFY(sheet->isPresented());
+        QVERIFY(sheet->close());
         QCOMPARE(delegate.aborts, 2);
-        QVERIFY(!third->isPresented());
     }
 };
 
