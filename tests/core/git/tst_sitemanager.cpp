@@ -43,44 +43,31 @@ class TestSiteManager : public QObject {
 private slots:
     void initTestCase() { test::TestEnvironment::isolate(); }
 
-    void ignoredEntriesArePrefixes() {
+    // Ignored entries and the sync root are folder prefixes: never a sibling
+    // that shares a name's beginning, never a folder of the same name further
+    // down; an empty sync root or "/" is the whole repository.
+    void ignoredEntriesAndSyncRootArePrefixes() {
         SitePtr site = siteAt(u"/nowhere"_s);
         SiteManager manager(site);
         ignore(site, {u"css/"_s, u"drafts"_s});
-        const QStringList lines{u"M\tcss/site.css"_s, u"M\tcssx/a.css"_s, u"D\tcss/old.css"_s,
-                                u"A\tdrafts2/x.html"_s, u"index.html"_s};
-        QCOMPARE(summary(manager.createFileObjects(lines)),
+        const QStringList ignoring{u"M\tcss/site.css"_s, u"M\tcssx/a.css"_s, u"D\tcss/old.css"_s,
+                                   u"A\tdrafts2/x.html"_s, u"index.html"_s};
+        QCOMPARE(summary(manager.createFileObjects(ignoring)),
                  (QStringList{u"M cssx/a.css"_s, u"A index.html"_s}));
         QVERIFY(manager.isIgnoredFile(u"drafts/post.md"_s));
-        QVERIFY(!manager.isIgnoredFile(u"draft"_s));
+        site->ignoredFiles.reset();
 
-        // An entry without a path ignores nothing, one with an empty path all.
-        site->ignoredFiles = std::make_shared<FileList>(FileList{std::make_shared<File>()});
-        QCOMPARE(manager.createFileObjects(lines).size(), lines.size());
-        ignore(site, {u"zzz"_s, u""_s});
-        QVERIFY(manager.createFileObjects(lines).isEmpty());
-        QVERIFY(manager.isIgnoredFile(u"anything"_s));
-    }
-
-    void syncRootFiltersByFolderPart() {
-        SitePtr site = siteAt(u"/nowhere"_s);
-        SiteManager manager(site);
-        const QStringList lines{u"M\tpublic/index.html"_s, u"M\tindex.html"_s, u"M\tsrc/app.js"_s,
-                                u"D\tpublic/img/a.png"_s, u"M\tpublicity/b.html"_s};
-        // The sync root is a folder however it is written: never a sibling
-        // that shares its name's beginning, never a folder of the same name
-        // further down.
+        const QStringList lines{u"M\tpublic/index.html"_s, u"M\tindex.html"_s, u"D\tpublic/img/a.png"_s,
+                                u"M\tpublicity/b.html"_s, u"M\tsrc/public/x.html"_s};
         for (const QString& written : {u"public/"_s, u"public"_s, u"/public"_s, u"./public/"_s}) {
             site->syncRootPath = written;
-            QCOMPARE(summary(manager.createFileObjects(lines + QStringList{u"M\tsrc/public/x.html"_s})),
+            QCOMPARE(summary(manager.createFileObjects(lines)),
                      (QStringList{u"M public/index.html"_s, u"D public/img/a.png"_s}));
         }
-
         for (const std::optional<QString>& root :
              {std::optional<QString>(u"/"_s), std::optional<QString>(u""_s), std::optional<QString>()}) {
             site->syncRootPath = root;
             QCOMPARE(manager.createFileObjects(lines).size(), lines.size());
-            QVERIFY(manager.isInsideSyncRoot(u""_s));
         }
     }
 
@@ -89,22 +76,16 @@ private slots:
         const QString first = repo.commit({{u"index.html"_s, "one"},
                                            {u"about.html"_s, "one"},
                                            {u"css/site.css"_s, "one"},
-                                           {u"old/page.html"_s, "one"},
-                                           {u"caf\u00e9.html"_s, "one"}});
-
+                                           {u"old/page.html"_s, "one"}});
         SitePtr site = siteAt(repo.path());
         SiteManager manager(site);
-        QVERIFY(manager.isGitDirectory());
-        QVERIFY(manager.localPathExists());
-        QVERIFY(!manager.isRepoDirty());
-        const QStringList everything{u"A about.html"_s, u"A caf\u00e9.html"_s, u"A css/site.css"_s,
-                                     u"A index.html"_s, u"A old/page.html"_s};
+        const QStringList everything{u"A about.html"_s, u"A css/site.css"_s, u"A index.html"_s,
+                                     u"A old/page.html"_s};
         QCOMPARE(summary(manager.getAllFiles()), everything);
 
         // A file with uncommitted changes is listed all the same: its
         // committed content is what a deployment sends.
         repo.write(u"about.html"_s, "changed, not committed");
-        QVERIFY(manager.isRepoDirty());
         QCOMPARE(manager.uncommittedPaths(), QStringList{u"about.html"_s});
         QCOMPARE(summary(manager.getAllFiles()), everything);
 
@@ -113,25 +94,18 @@ private slots:
         repo.remove(u"old/page.html"_s);
         repo.git({u"add"_s, u"index.html"_s, u"css/new.css"_s, u"old/page.html"_s});
         repo.git({u"commit"_s, u"-q"_s, u"-m"_s, u"second"_s});
-        const QString second = repo.head();
 
         // A later deployment sends what changed between the deployed commit
         // and HEAD: what is staged but not committed stays out.
         repo.write(u"css/site.css"_s, "staged");
         repo.git({u"add"_s, u"css/site.css"_s});
-        const auto later = manager.loadFilesFromCommit(first);
-        QCOMPARE(summary(later), (QStringList{u"A css/new.css"_s, u"M index.html"_s, u"D old/page.html"_s}));
-        QCOMPARE(later->at(2)->pathOnly, u"old/"_s);
-        ignore(site, {u"css/"_s});
         QCOMPARE(summary(manager.loadFilesFromCommit(first)),
-                 (QStringList{u"M index.html"_s, u"D old/page.html"_s}));
-        QCOMPARE(manager.changedPathsBetween(first, second)->size(), 3);
+                 (QStringList{u"A css/new.css"_s, u"M index.html"_s, u"D old/page.html"_s}));
 
-        // A commit the repository no longer has is told apart from one without changes.
+        // A commit the repository no longer has (after a rebase) is told
+        // apart from one without changes.
         QVERIFY(manager.commitExists(first));
         QVERIFY(!manager.commitExists(u"abcdef1"_s));
-        const auto unknown = manager.loadFilesFromCommit(u"abcdef1"_s);
-        QVERIFY(unknown && unknown->isEmpty());
     }
 
     void noFolderStartsNoProcess() {
@@ -139,16 +113,9 @@ private slots:
              {std::optional<QString>(), std::optional<QString>(u""_s)}) {
             test::SystemLogCapture log;
             SiteManager manager(siteAt(folder));
-            QVERIFY(!manager.resolveBookmark());
             QVERIFY(!manager.getAllFiles());
             QVERIFY(!manager.loadFilesFromCommit(u"abcdef1"_s));
-            QVERIFY(!manager.changedPathsBetween(u"abcdef1"_s, u"abcdef2"_s));
             QVERIFY(!manager.getBranches());
-            QVERIFY(!manager.getCommits());
-            QVERIFY(!manager.currentBranch());
-            QVERIFY(!manager.headCommit());
-            QVERIFY(!manager.isRepoDirty());
-            QVERIFY(!manager.localPathExists());
             QVERIFY(!manager.isGitDirectory());
             manager.checkoutBranch(u"main"_s);
             QVERIFY2(!log.contains(u"TARNWELL - command:"_s), qPrintable(log.lines().join(u'\n')));
@@ -159,18 +126,11 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("gitAccepts");
         QTest::addColumn<bool>("weAccept");
-        const auto row = [](const QString& name, bool git, bool ours) {
-            QTest::newRow(qPrintable(name)) << name << git << ours;
-        };
-        row(u"main"_s, true, true);
-        row(u"feature/login-v1.2_b+c"_s, true, true);
-        row(u"HEAD"_s, false, false);
-        row(u"a..b"_s, false, false);
-        row(u"a b"_s, false, false);
+        QTest::newRow("nested") << u"feature/login-v1.2_b+c"_s << true << true;
+        QTest::newRow("dots") << u"a..b"_s << false << false;
         // Git takes these, the shell would not leave them alone.
-        row(u"a;b"_s, true, false);
-        row(u"a$b"_s, true, false);
-        row(u"a`b"_s, true, false);
+        QTest::newRow("semicolon") << u"a;b"_s << true << false;
+        QTest::newRow("dollar") << u"a$b"_s << true << false;
     }
 
     void branchNamesFollowGitAndShellRules() {
@@ -181,41 +141,24 @@ private slots:
         test::runProgram(u"/usr/bin/git"_s, {u"check-ref-format"_s, u"--branch"_s, name}, QDir::tempPath(),
                          &exitCode);
         QCOMPARE(exitCode == 0, gitAccepts);
-        QString why;
-        QCOMPARE(SiteManager::isAcceptableBranchName(name, &why), weAccept);
-        QCOMPARE(why.isEmpty(), weAccept);
+        QCOMPARE(SiteManager::isAcceptableBranchName(name), weAccept);
     }
 
     void hostileBranchNamesRunNothing() {
         test::GitRepository repo;
         repo.commit({{u"index.html"_s, "one"}});
-        repo.git({u"branch"_s, u"dev"_s});
         repo.git({u"branch"_s, u"feature/x"_s});
         SiteManager manager(siteAt(repo.path()));
-
-        const QStringList hostile{u"dev;touch pwned"_s, u"$(touch pwned)"_s, u"dev\ntouch pwned"_s,
-                                  u"-b pwned"_s,        u"--orphan=pwned"_s, u""_s};
-        for (const QString& name : hostile) {
+        for (const QString& name :
+             {u"main;touch pwned"_s, u"$(touch pwned)"_s, u"-b pwned"_s, u"main\nTARNWELL - forged"_s}) {
             test::SystemLogCapture log;
             manager.checkoutBranch(name);
             QVERIFY2(!log.contains(u"TARNWELL - command:"_s), qPrintable(name));
-            QVERIFY2(log.contains(u"refused to check out"_s), qPrintable(name));
-            QVERIFY2(!QFile::exists(repo.path() + u"/pwned"_s), qPrintable(name));
+            QCOMPARE(log.lines().size(), 1); // refused, on one line
+            QVERIFY(!QFile::exists(repo.path() + u"/pwned"_s));
         }
-        {
-            test::SystemLogCapture log;
-            manager.checkoutBranch(u"dev\nTARNWELL - forged"_s);
-            QCOMPARE(log.lines().size(), 1);
-            QVERIFY(!log.lines().first().contains(u'\n'));
-        }
-        QCOMPARE(manager.getBranches()->current, u"main"_s);
-
         manager.checkoutBranch(u"feature/x"_s);
         QCOMPARE(manager.getBranches()->current, u"feature/x"_s);
-        manager.checkoutBranch(u"dev"_s);
-        const auto branches = manager.getBranches();
-        QCOMPARE(branches->current, u"dev"_s);
-        QCOMPARE(branches->branches, (QStringList{u"dev"_s, u"feature/x"_s, u"main"_s}));
     }
 };
 
