@@ -122,28 +122,8 @@ private slots:
         }
     }
 
-    void branchNamesFollowGitAndShellRules_data() {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("gitAccepts");
-        QTest::addColumn<bool>("weAccept");
-        QTest::newRow("nested") << u"feature/login-v1.2_b+c"_s << true << true;
-        QTest::newRow("dots") << u"a..b"_s << false << false;
-        // Git takes these, the shell would not leave them alone.
-        QTest::newRow("semicolon") << u"a;b"_s << true << false;
-        QTest::newRow("dollar") << u"a$b"_s << true << false;
-    }
-
-    void branchNamesFollowGitAndShellRules() {
-        QFETCH(QString, name);
-        QFETCH(bool, gitAccepts);
-        QFETCH(bool, weAccept);
-        int exitCode = -1;
-        test::runProgram(u"/usr/bin/git"_s, {u"check-ref-format"_s, u"--branch"_s, name}, QDir::tempPath(),
-                         &exitCode);
-        QCOMPARE(exitCode == 0, gitAccepts);
-        QCOMPARE(SiteManager::isAcceptableBranchName(name), weAccept);
-    }
-
+    // Names git would take but a shell would not leave alone, options and
+    // forged log lines are refused before any process starts.
     void hostileBranchNamesRunNothing() {
         test::GitRepository repo;
         repo.commit({{u"index.html"_s, "one"}});
