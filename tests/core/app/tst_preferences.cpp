@@ -1,19 +1,28 @@
 #include "TestEnvironment.h"
+#include "Traces.h"
+#include "app/Logger.h"
 #include "app/Preferences.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 
 using namespace tw;
 
+// The preferences and the log.
 class TestPreferences : public QObject {
     Q_OBJECT
 
+    static QString readAll(const QString& path) { return QString::fromUtf8(test::readFile(path)); }
+
 private slots:
     void initTestCase() { test::TestEnvironment::isolate(); }
-    void init() { test::TestEnvironment::resetPreferences(); }
+    void init() {
+        test::TestEnvironment::resetPreferences();
+        QDir(Logger::sharedInstance().logDirectory()).removeRecursively();
+    }
 
     // Defaults are not written; typed values come back as they were in a
     // second process (the command line beside the window), from a private file.
@@ -40,23 +49,17 @@ private slots:
         Preferences& p = Preferences::instance();
         // The file itself: another QSettings in this process would see the
         // values not yet saved.
-        const auto onDisk = [&p] {
-            QFile file(p.fileName());
-            if (!file.open(QIODevice::ReadOnly))
-                return qint64(-1);
-            for (const QByteArray& line : file.readAll().split('\n')) {
-                if (line.startsWith("stat_totalFiles="))
-                    return line.mid(16).trimmed().toLongLong();
-            }
-            return qint64(0);
+        const auto onDisk = [&p](qint64 value) {
+            return test::readFile(p.fileName())
+                .contains(QByteArray("stat_totalFiles=" + QByteArray::number(value) + '\n'));
         };
         for (const qint64 count : {1, 2}) {
             for (qint64 step = 1; step <= count * 100; ++step) {
                 p.setInteger(QStringLiteral("stat_totalFiles"), step);
                 QCoreApplication::processEvents();
             }
-            QVERIFY(onDisk() != count * 100);
-            QTRY_COMPARE(onDisk(), count * 100);
+            QVERIFY(!onDisk(count * 100));
+            QTRY_VERIFY(onDisk(count * 100));
         }
     }
 
@@ -70,6 +73,51 @@ private slots:
         QCOMPARE(spy.count(), 2);
         QCOMPARE(spy.at(0).at(0).toString(), QStringLiteral("currentSiteIndex"));
         QCOMPARE(p.integerValue(QStringLiteral("currentSiteIndex")), 0);
+    }
+
+    void masking_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("written");
+        QTest::newRow("everything up to --globoff goes with the password")
+            << QStringLiteral("-T a ftp://h/a --user bob:secret --progress-bar --ftp-create-dirs --globoff")
+            << QStringLiteral("-T a ftp://h/a --user bob:xxxxxx --globoff");
+        QTest::newRow("every occurrence of the password")
+            << QStringLiteral("secret --user bob:secret --globoff secret")
+            << QStringLiteral("xxxxxx --user bob:xxxxxx --globoff secret");
+        QTest::newRow("colon inside the password: only the second piece")
+            << QStringLiteral("--user bob:pa:ss --globoff")
+            << QStringLiteral("--user bob:xxxxxx :ss --globoff");
+        // curl's trace of an FTP login, whole or with "> " in a read of its own.
+        QTest::newRow("FTP login in a trace")
+            << QStringLiteral("< 331 User bob OK\r\n> PASS s3cret pass\r\n< 230 OK")
+            << QStringLiteral("< 331 User bob OK\r\n> PASS xxxxxx\r\n< 230 OK");
+        QTest::newRow("PASS in a read of its own")
+            << QStringLiteral("PASS s3cret\r\n") << QStringLiteral("PASS xxxxxx\r\n");
+        QTest::newRow("PASS inside a line is text")
+            << QStringLiteral("BYPASS this, PASS that") << QStringLiteral("BYPASS this, PASS that");
+    }
+
+    void masking() {
+        QFETCH(QString, text);
+        QFETCH(QString, written);
+        Logger::sharedInstance().log(text);
+        QCOMPARE(readAll(Logger::sharedInstance().logFilePath()), written + QLatin1Char('\n'));
+    }
+
+    // Debug lines follow the preference; each prefix has its own private
+    // file in a private folder.
+    void debugLinesAndPrivateFiles() {
+        Logger& logger = Logger::sharedInstance();
+        logger.debugLog(QStringLiteral("hidden"));
+        Preferences::instance().setBool(QStringLiteral("debugEnabled"), true);
+        logger.debugLog(QStringLiteral("shown"));
+        Preferences::instance().setBool(QStringLiteral("debugEnabled"), false);
+        logger.debugLog(QStringLiteral("hidden again"));
+        logger.log(QStringLiteral("deployed"), QStringLiteral("deploy"));
+        QCOMPARE(readAll(logger.logFilePath()), QStringLiteral("shown\n"));
+        QCOMPARE(readAll(logger.logFilePath(QStringLiteral("deploy"))), QStringLiteral("deployed\n"));
+        QCOMPARE(int(QFile::permissions(logger.logDirectory()) & (QFile::ReadGroup | QFile::ReadOther)), 0);
+        QCOMPARE(int(QFile::permissions(logger.logFilePath()) & (QFile::ReadGroup | QFile::ReadOther)), 0);
     }
 };
 

@@ -5,7 +5,6 @@
 #include "keychain/TWPasswords.h"
 #include "model/ExportSites.h"
 #include "model/ImportSites.h"
-#include "model/SecurityBookmarkManager.h"
 #include "model/SiteListActions.h"
 #include "model/Sites.h"
 
@@ -118,16 +117,6 @@ private slots:
         QVERIFY(fileBack && fileBack->status.has_value() && fileBack->status->isEmpty());
         QVERIFY(!fileBack->gitStatus);
         QVERIFY(!File::decode(QCborValue(42)));
-    }
-
-    // Without a sandbox a bookmark is the folder's path, stale once the
-    // folder is gone.
-    void bookmarksAreStaleWhenTheFolderIsGone() {
-        auto folder = std::make_unique<QTemporaryDir>();
-        const auto bookmark = SecurityBookmarkManager::bookmarkFor(folder->path());
-        QVERIFY(bookmark && !SecurityBookmarkManager::resolve(*bookmark)->isStale);
-        folder.reset();
-        QVERIFY(SecurityBookmarkManager::resolve(*bookmark)->isStale);
     }
 
     // A list an earlier version stored with passwords: each moves into the
