@@ -17,56 +17,27 @@ class TestKeychain : public QObject {
 private slots:
     void initTestCase() { test::TestEnvironment::isolate(); }
 
-    void passwordRoundTripAndDeletion() {
+    void secretsByKindAndSite() {
         TWPasswords::setPassword(u"s3cret:with colon"_s, u"site-1"_s);
-        QCOMPARE(TWPasswords::getPasswordForSite(u"site-1"_s), u"s3cret:with colon"_s);
         // A second save updates the item instead of failing as a duplicate.
         TWPasswords::setPassword(u"changed"_s, u"site-1"_s);
         QCOMPARE(TWPasswords::getPasswordForSite(u"site-1"_s), u"changed"_s);
-        // Passwords of other sites are other items.
         QVERIFY(!TWPasswords::getPasswordForSite(u"site-2"_s));
-
+        QVERIFY(!TWPasswords::getPassphraseForSite(u"site-1"_s));
         TWPasswords::setPassword(std::nullopt, u"site-1"_s);
         QVERIFY(!TWPasswords::getPasswordForSite(u"site-1"_s));
-    }
 
-    void passphrases() {
-        test::SystemLogCapture log;
-        QVERIFY(!TWPasswords::getPassphraseForSite(u"never"_s));
-        QVERIFY(log.lines().isEmpty());
-
+        // An empty pass phrase is kept as none at all.
         TWPasswords::setPassphrase(u"phrase"_s, u"site-3"_s);
         QCOMPARE(TWPasswords::getPassphraseForSite(u"site-3"_s), u"phrase"_s);
-        QVERIFY(!TWPasswords::getPasswordForSite(u"site-3"_s));
-        // An empty pass phrase is kept as none at all.
         TWPasswords::setPassphrase(QString(), u"site-3"_s);
-        QVERIFY(!TWPasswords::getPassphraseForSite(u"site-3"_s));
         std::optional<Error> error;
         QVERIFY(!FDKeychain::rawDataForKey(u"passphrase-site-3"_s, u"Tarnwell"_s, &error));
         QCOMPARE(error->code, FDKeychain::errSecItemNotFound);
-    }
 
-    void wrapperResults() {
-        std::optional<Error> error;
-        QVERIFY(!FDKeychain::deleteItemForKey(u"missing"_s, u"svc"_s, &error));
-        QCOMPARE(error->code, FDKeychain::errSecItemNotFound);
-        QCOMPARE(error->domain, FDKeychain::errorDomain());
-
-        // Items are stored as archived texts, and read back through the same encoding.
-        QVERIFY(FDKeychain::saveItem(u"value"_s, u"k"_s, u"svc"_s));
-        QCOMPARE(FDKeychain::rawDataForKey(u"k"_s, u"svc"_s), QCborValue(u"value"_s).toCbor());
-        // Access groups keep items apart.
-        QVERIFY(FDKeychain::saveItem(u"other"_s, u"k"_s, u"svc"_s, u"group"_s,
-                                     FDKeychain::Accessibility::AfterFirstUnlock));
-        QCOMPARE(FDKeychain::itemForKey(u"k"_s, u"svc"_s), u"value"_s);
-        QCOMPARE(FDKeychain::itemForKey(u"k"_s, u"svc"_s, u"group"_s), u"other"_s);
-        QVERIFY(FDKeychain::deleteItemForKey(u"k"_s, u"svc"_s));
-        QVERIFY(!FDKeychain::itemForKey(u"k"_s, u"svc"_s));
-
-        // Data that is not an archived text is a decoding error (code 21).
+        // Data that is not an archived text is an error, never a password.
         QCOMPARE(KeychainJobRunner::write(u"svc"_s, u"raw"_s, "\xff\x00garbage").outcome,
                  KeychainJobRunner::Outcome::Success);
-        error.reset();
         QVERIFY(!FDKeychain::itemForKey(u"raw"_s, u"svc"_s, &error));
         QCOMPARE(error->code, FDKeychain::decodingFailed);
     }
